@@ -1,0 +1,14 @@
+#include "cli/CommandLine.h"
+#include "cli/Commands.h"
+
+#include <iostream>
+#include <string>
+#include <vector>
+
+int main(int argc, char** argv) {
+    const std::vector<std::string> arguments(argv + 1, argv + argc);
+    const brimvale::cli::CommandLine commandLine(brimvale::cli::allCommands());
+    const int status = commandLine.run(arguments, {std::cout, std::cerr});
+    std::cout.flush();
+    return status;
+}

@@ -1,0 +1,42 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace brimvale::SettingsKeys {
+
+// Every key Brimvale keeps in the user's settings store. Per-account keys end in the account id
+// (the rclone remote name), appended directly after the final point.
+
+// Text: the folder chosen for a local-disk account; absent means no choice yet.
+inline std::string localScanPath(std::string_view accountID) {
+    return "Brimvale.localScanPath.v1." + std::string(accountID);
+}
+
+// Bool: the one-time removal of "bv_" test accounts has run.
+inline constexpr std::string_view didPurgeBvUnderscoreTestRemotes =
+    "Brimvale.didPurgeBvUnderscoreTestRemotes.v1";
+
+// Text: the bucket to scan for a Google Cloud Storage account.
+inline std::string gcsScanBucket(std::string_view accountID) {
+    return "Brimvale.gcsScanBucket." + std::string(accountID);
+}
+
+// Text: the bucket (and prefix) to scan for an S3-type account.
+inline std::string s3ObjectPrefix(std::string_view accountID) {
+    return "Brimvale.objectPrefix.s3." + std::string(accountID);
+}
+
+// Text: the container to scan for an Azure Blob account.
+inline std::string azureObjectPrefix(std::string_view accountID) {
+    return "Brimvale.objectPrefix.azure." + std::string(accountID);
+}
+
+// The keys that belong to one account, removed with it.
+inline std::vector<std::string> keysOwnedByAccount(std::string_view accountID) {
+    return {localScanPath(accountID), gcsScanBucket(accountID), s3ObjectPrefix(accountID),
+            azureObjectPrefix(accountID)};
+}
+
+} // namespace brimvale::SettingsKeys

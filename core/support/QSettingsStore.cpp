@@ -1,0 +1,93 @@
+#include "core/support/QSettingsStore.h"
+
+#include <QSettings>
+#include <QStandardPaths>
+
+namespace brimvale {
+namespace {
+
+QString toQString(std::string_view text) {
+    return QString::fromUtf8(text.data(), static_cast<qsizetype>(text.size()));
+}
+
+} // namespace
+
+QSettingsStore::QSettingsStore()
+    : QSettingsStore(defaultFilePath()) {}
+
+QSettingsStore::QSettingsStore(const std::string& filePath)
+    : settings_(
+          std::make_unique<QSettings>(QString::fromStdString(filePath), QSettings::IniFormat)) {}
+
+QSettingsStore::~QSettingsStore() = default;
+
+std::string QSettingsStore::defaultFilePath() {
+    return (QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation) +
+            QStringLiteral("/Brimvale/Brimvale.conf"))
+        .toStdString();
+}
+
+std::string QSettingsStore::filePath() const {
+    std::lock_guard lock(mutex_);
+    return settings_->fileName().toStdString();
+}
+
+std::optional<std::string> QSettingsStore::stringValue(std::string_view key) const {
+    std::lock_guard lock(mutex_);
+    const QVariant value = settings_->value(toQString(key));
+    if (!value.isValid()) {
+        return std::nullopt;
+    }
+    return value.toString().toStdString();
+}
+
+void QSettingsStore::setString(std::string_view key, std::string_view value) {
+    std::lock_guard lock(mutex_);
+    settings_->setValue(toQString(key), toQString(value));
+    settings_->sync();
+}
+
+std::optional<bool> QSettingsStore::boolValue(std::string_view key) const {
+    std::lock_guard lock(mutex_);
+    const QVariant value = settings_->value(toQString(key));
+    if (!value.isValid()) {
+        return std::nullopt;
+    }
+    // The INI format keeps every value as text; only the two words a bool is written as count.
+    const QString text = value.toString();
+    if (text == QLatin1String("true")) {
+        return true;
+    }
+    if (text == QLatin1String("false")) {
+        return false;
+    }
+    return std::nullopt;
+}
+
+void QSettingsStore::setBool(std::string_view key, bool value) {
+    std::lock_guard lock(mutex_);
+    settings_->setValue(toQString(key), value);
+    settings_->sync();
+}
+
+void QSettingsStore::remove(std::string_view key) {
+    std::lock_guard lock(mutex_);
+    settings_->remove(toQString(key));
+    settings_->sync();
+}
+
+bool QSettingsStore::contains(std::string_view key) const {
+    std::lock_guard lock(mutex_);
+    return settings_->contains(toQString(key));
+}
+
+std::vector<std::string> QSettingsStore::keys() const {
+    std::lock_guard lock(mutex_);
+    std::vector<std::string> result;
+    for (const QString& key : settings_->allKeys()) {
+        result.push_back(key.toStdString());
+    }
+    return result;
+}
+
+} // namespace brimvale

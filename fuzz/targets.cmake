@@ -1,0 +1,1 @@
+# brimvale_add_fuzzer(<name> <source>) lines, one per decoder.
