@@ -1,5 +1,8 @@
 #include "cli/Commands.h"
 
+#include "cli/RemotesCommand.h"
+#include "cli/ScanCommand.h"
+#include "cli/VolumesCommand.h"
 #include "core/model/SizeFormatter.h"
 
 #include <ostream>
@@ -47,7 +50,10 @@ Command sizeCommand() {
 } // namespace
 
 std::vector<Command> allCommands() {
-    return {sizeCommand()};
+    return {sizeCommand(),
+            remotesCommand(), lsCommand(),
+            scanCommand(),
+            volumesCommand()};
 }
 
 } // namespace brimvale::cli

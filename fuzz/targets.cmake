@@ -1,1 +1,5 @@
 # brimvale_add_fuzzer(<name> <source>) lines, one per decoder.
+brimvale_add_fuzzer(lzfse_decompress_fuzzer LzfseDecompressFuzzer.cpp)
+brimvale_add_fuzzer(bplist_read_fuzzer BinaryPlistFuzzer.cpp)
+brimvale_add_fuzzer(lsjson_fuzzer LsjsonFuzzer.cpp)
+brimvale_add_fuzzer(cache_record_fuzzer CacheRecordFuzzer.cpp)

@@ -1,0 +1,115 @@
+// Saves and loads the scan cache of the shared disk-like tree (about 1.09 million nodes) and
+// prints one figure per line as "name: value unit". The load runs in a fresh process so its
+// peak memory is its own. Run the release build: build/release/bench/cache_bench
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <string>
+
+#include "bench/DiskLikeTree.h"
+#include "core/persistence/cache/CacheRecord.h"
+#include "core/persistence/cache/CacheSnapshot.h"
+#include "core/persistence/cache/ScanCache.h"
+
+extern char** environ;
+
+using namespace brimvale;
+
+namespace {
+
+double secondsSince(std::chrono::steady_clock::time_point start) {
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
+
+// A field of /proc/self/status in kB, such as VmRSS or VmHWM.
+long statusKilobytes(const char* field) {
+    std::ifstream status("/proc/self/status");
+    std::string line;
+    const std::string prefix = std::string(field) + ":";
+    while (std::getline(status, line)) {
+        if (line.rfind(prefix, 0) == 0) {
+            return std::atol(line.c_str() + prefix.size());
+        }
+    }
+    return 0;
+}
+
+int loadOnly(const std::string& directory) {
+    ScanCache cache(directory);
+    const long baseline = statusKilobytes("VmRSS");
+    const auto start = std::chrono::steady_clock::now();
+    auto loaded = cache.loadData("bench");
+    if (!loaded) {
+        std::fprintf(stderr, "cache_bench: the cache file was not written\n");
+        return 1;
+    }
+    auto root = decodeCacheNode(loaded->bytes);
+    loaded.reset();
+    const double loadSeconds = secondsSince(start);
+    if (!root) {
+        std::fprintf(stderr, "cache_bench: the cache file did not decode\n");
+        return 1;
+    }
+    const long treeKilobytes = statusKilobytes("VmRSS") - baseline;
+    const long peakKilobytes = statusKilobytes("VmHWM") - baseline;
+    std::printf("cache.load_1m_s: %.3f s\n", loadSeconds);
+    std::printf("cache.loaded_nodes: %lld nodes\n", static_cast<long long>((*root)->subtreeNodeCount()));
+    std::printf("cache.load_peak_mb: %.1f MB\n", static_cast<double>(peakKilobytes) / 1024.0);
+    std::printf("cache.loaded_tree_mb: %.1f MB\n", static_cast<double>(treeKilobytes) / 1024.0);
+    std::printf("cache.load_peak_vs_tree: %.2f x\n",
+                static_cast<double>(peakKilobytes) / static_cast<double>(std::max(treeKilobytes, 1L)));
+    return 0;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    if (argc == 3 && std::strcmp(argv[1], "--load") == 0) {
+        return loadOnly(argv[2]);
+    }
+    char directoryTemplate[] = "/tmp/brimvale-cache-bench-XXXXXX";
+    const std::string directory = ::mkdtemp(directoryTemplate);
+
+    std::int64_t nodes = 0;
+    FileNodeRef root = bench::buildDiskLikeTree(nodes);
+    root->propagateSizes();
+    root->sortChildren();
+
+    ScanCache cache(directory);
+    auto start = std::chrono::steady_clock::now();
+    const CacheSnapshot snapshot = snapshotForCache(*root);
+    const double snapshotSeconds = secondsSince(start);
+    const auto encodeStart = std::chrono::steady_clock::now();
+    const auto bytes = encodeCacheSnapshot(snapshot);
+    const double encodeSeconds = secondsSince(encodeStart);
+    const auto writeStart = std::chrono::steady_clock::now();
+    cache.write(*bytes, "bench");
+    const double writeSeconds = secondsSince(writeStart);
+    const double totalWriteSeconds = secondsSince(start);
+
+    std::printf("cache.nodes: %lld nodes\n", static_cast<long long>(nodes));
+    std::printf("cache.file_bytes: %zu bytes\n", bytes->size());
+    std::printf("cache.snapshot_s: %.3f s\n", snapshotSeconds);
+    std::printf("cache.encode_compress_s: %.3f s\n", encodeSeconds);
+    std::printf("cache.atomic_write_s: %.3f s\n", writeSeconds);
+    std::printf("cache.write_1m_s: %.3f s\n", totalWriteSeconds);
+    std::fflush(stdout);
+
+    root.reset();
+    char* childArguments[] = {argv[0], const_cast<char*>("--load"), const_cast<char*>(directory.c_str()), nullptr};
+    pid_t child = 0;
+    int status = 1;
+    if (posix_spawn(&child, "/proc/self/exe", nullptr, nullptr, childArguments, environ) == 0) {
+        waitpid(child, &status, 0);
+    }
+    std::remove((directory + "/bench.cache").c_str());
+    std::remove((directory + "/cache.log").c_str());
+    ::rmdir(directory.c_str());
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 1;
+}

@@ -1,0 +1,43 @@
+#pragma once
+
+#include "core/model/FileNode.h"
+
+#include <iosfwd>
+#include <string>
+#include <string_view>
+
+namespace brimvale::cli {
+
+// Writes a tree as one JSON object per node:
+//   {"name":…,"path":…,"isDirectory":…,"size":…,"modifiedDate":"2024-05-01T12:34:56Z"|null,
+//    "providerID":…|null,"mimeType":…|null,"children":[…]}
+// with the children in the tree's order, on one line followed by a newline. The walk is
+// iterative (any depth) and the text goes out through a buffer of its own, so millions of
+// nodes stream without building the document. Texts are raw bytes in the tree; each byte that
+// is not part of valid UTF-8 is written as U+FFFD, so the output is always valid JSON.
+// Thread safety: one writer per thread; the tree must not change while it is written.
+class TreeJsonWriter {
+public:
+    explicit TreeJsonWriter(std::ostream& out);
+    ~TreeJsonWriter();
+
+    TreeJsonWriter(const TreeJsonWriter&) = delete;
+    TreeJsonWriter& operator=(const TreeJsonWriter&) = delete;
+
+    void write(const FileNode& root);
+
+    // `text` as a JSON string literal, quotes included, invalid UTF-8 bytes as U+FFFD.
+    static void appendJsonString(std::string& buffer, std::string_view text);
+    // Seconds since the Unix epoch as 2024-05-01T12:34:56Z (whole seconds, rounded down).
+    static void appendIso8601(std::string& buffer, double unixSeconds);
+
+private:
+    void appendNodeOpening(const FileNode& node);
+    void flushIfFull();
+    void flush();
+
+    std::ostream& out_;
+    std::string buffer_;
+};
+
+} // namespace brimvale::cli

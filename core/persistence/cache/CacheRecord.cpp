@@ -1,0 +1,194 @@
+#include "core/persistence/cache/CacheRecord.h"
+
+#include <algorithm>
+#include <string_view>
+
+#include "core/persistence/bplist/BinaryPlistColumns.h"
+#include "core/persistence/bplist/BinaryPlistReader.h"
+#include "core/persistence/bplist/BinaryPlistWriter.h"
+#include "core/persistence/cache/LegacyCacheReader.h"
+#include "core/persistence/lzfse/Lzfse.h"
+#include "core/support/CorruptDataError.h"
+
+namespace brimvale {
+namespace {
+
+constexpr std::int64_t kRecordVersion = 2;
+
+// A cache file decompresses to a property list several times its size; the bound keeps a hostile
+// file from asking for unbounded memory while leaving room for real trees of many millions.
+std::size_t decompressionLimit(std::size_t compressedSize) {
+    constexpr std::size_t kFloor = std::size_t{64} << 20;
+    constexpr std::size_t kCeiling = std::size_t{16} << 30;
+    if (compressedSize > kCeiling / 512) {
+        return kCeiling;
+    }
+    return std::max(kFloor, compressedSize * 512);
+}
+
+void report(const std::function<void(double)>& onProgress, double fraction) {
+    if (onProgress) {
+        onProgress(fraction);
+    }
+}
+
+} // namespace
+
+std::optional<std::vector<std::uint8_t>> encodeCacheSnapshot(const CacheSnapshot& snapshot) {
+    std::vector<std::uint8_t> propertyList;
+    try {
+        BinaryPlistWriter writer;
+        writer.addInteger("v", kRecordVersion);
+        writer.addString("rp", snapshot.rootPath);
+        writer.addString("rn", snapshot.rootName);
+        writer.addStringColumn("nm", snapshot.names);
+        writer.addInt32Column("pr", snapshot.parents);
+        writer.addBooleanColumn("di", snapshot.isDirs);
+        writer.addInt64Column("sz", snapshot.sizes);
+        writer.addRealColumn("mt", snapshot.modTimes);
+        writer.addStringColumn("pi", snapshot.pids);
+        writer.addStringColumn("mi", snapshot.mimes);
+        propertyList = writer.write();
+    } catch (const std::exception&) {
+        return std::nullopt;
+    }
+    try {
+        return lzfseCompress(propertyList);
+    } catch (const std::exception&) {
+        return propertyList;
+    }
+}
+
+CacheSnapshot decodeCacheSnapshot(std::span<const std::uint8_t> propertyList) {
+    // Shared strings let a small record stand for huge columns; real records decode to a few
+    // times their size, so a bound in proportion to the input keeps hostile files in check.
+    const std::uint64_t decodedLimit = std::max<std::uint64_t>(std::uint64_t{64} << 20, std::uint64_t{16} * propertyList.size());
+    const BinaryPlistReader reader(propertyList, PlistReadLimits{.maxDecodedBytes = decodedLimit});
+    const PlistRef top = reader.topObject();
+    if (reader.kind(top) != PlistKind::Dictionary) {
+        throw CorruptDataError("the cache record is not a dictionary");
+    }
+    (void)reader.at(top, "v"); // required, but any version is read
+    CacheSnapshot snapshot;
+    snapshot.rootPath = reader.string(reader.at(top, "rp"));
+    snapshot.rootName = reader.string(reader.at(top, "rn"));
+    snapshot.names = readStringColumn(reader, reader.at(top, "nm"));
+    snapshot.parents = readInt32Column(reader, reader.at(top, "pr"));
+    snapshot.isDirs = readBooleanColumn(reader, reader.at(top, "di"));
+    snapshot.sizes = readInt64Column(reader, reader.at(top, "sz"));
+    snapshot.modTimes = readRealColumn(reader, reader.at(top, "mt"));
+    snapshot.pids = readStringColumn(reader, reader.at(top, "pi"));
+    snapshot.mimes = readStringColumn(reader, reader.at(top, "mi"));
+    return snapshot;
+}
+
+std::optional<FileNodeRef> rebuildTree(const CacheSnapshot& snapshot, const std::function<void(double)>& onProgress) {
+    const std::size_t count = snapshot.names.size();
+    if (count == 0 || snapshot.parents.size() != count || snapshot.isDirs.size() != count ||
+        snapshot.sizes.size() != count || snapshot.modTimes.size() != count || snapshot.pids.size() != count ||
+        snapshot.mimes.size() != count) {
+        return std::nullopt;
+    }
+    const std::size_t stride = count < 20 ? 1 : count / 20;
+    const auto parentOf = [&](std::size_t index) -> std::optional<std::size_t> {
+        const std::int32_t parent = snapshot.parents[index];
+        // A parent must come before its child; anything else would allow cycles.
+        if (parent < 0 || static_cast<std::size_t>(parent) >= index) {
+            return std::nullopt;
+        }
+        return static_cast<std::size_t>(parent);
+    };
+
+    std::vector<std::uint32_t> childCounts(count, 0);
+    for (std::size_t index = 1; index < count; ++index) {
+        if (const auto parent = parentOf(index)) {
+            ++childCounts[*parent];
+        }
+    }
+
+    std::vector<FileNodeRef> nodes(count);
+    std::vector<SharedTextRef> folderPaths(count); // set for nodes that have children
+    const SharedTextRef rootPath = SharedText::make(snapshot.rootPath);
+    for (std::size_t index = 0; index < count; ++index) {
+        if (index % stride == 0) {
+            report(onProgress, 0.5 + 0.35 * static_cast<double>(index) / static_cast<double>(count));
+        }
+        const double modified = snapshot.modTimes[index];
+        FileNodeFields fields{.name = snapshot.names[index],
+                              .isDirectory = snapshot.isDirs[index] != 0,
+                              .size = snapshot.sizes[index],
+                              .modifiedDate = modified == 0.0 ? std::nullopt : std::optional<Date>(Date{modified})};
+        if (!snapshot.pids[index].empty()) {
+            fields.providerID = snapshot.pids[index];
+        }
+        if (!snapshot.mimes[index].empty()) {
+            fields.mimeType = snapshot.mimes[index];
+        }
+        const auto parent = parentOf(index);
+        FileNodeRef node;
+        if (snapshot.parents[index] < 0) {
+            fields.path = snapshot.rootPath;
+            node = FileNode::make(std::move(fields));
+        } else {
+            const SharedTextRef& folder = parent ? folderPaths[*parent] : nullptr;
+            node = FileNode::makeChild(folder, PathJoin::slash, std::move(fields));
+        }
+        if (childCounts[index] > 0) {
+            node->mutableChildren().reserve(childCounts[index]);
+            folderPaths[index] = snapshot.parents[index] < 0 ? rootPath : node->sharedPath();
+        }
+        if (parent) {
+            nodes[*parent]->mutableChildren().push_back(node);
+        }
+        nodes[index] = std::move(node);
+    }
+    return nodes.front();
+}
+
+std::optional<FileNodeRef> decodeCacheNode(std::span<const std::uint8_t> data, const std::function<void(double)>& onProgress) {
+    std::vector<std::uint8_t> decompressed;
+    std::span<const std::uint8_t> propertyList = data;
+    try {
+        decompressed = lzfseDecompress(data, decompressionLimit(data.size()));
+        propertyList = decompressed;
+    } catch (const CorruptDataError&) {
+    } catch (const std::bad_alloc&) {
+    }
+    report(onProgress, 0.1);
+
+    std::optional<CacheSnapshot> snapshot;
+    try {
+        snapshot = decodeCacheSnapshot(propertyList);
+    } catch (const CorruptDataError&) {
+    }
+    if (snapshot) {
+        decompressed = {};
+        report(onProgress, 0.5);
+        auto root = rebuildTree(*snapshot, onProgress);
+        snapshot.reset();
+        if (!root) {
+            return std::nullopt;
+        }
+        (*root)->setParent(nullptr);
+        report(onProgress, 0.85);
+        (*root)->relinkDescendantParentPointers();
+        report(onProgress, 0.92);
+        (*root)->sortChildren();
+        report(onProgress, 1.0);
+        return root;
+    }
+
+    report(onProgress, 0.5);
+    auto root = readLegacyCacheTree(data);
+    if (!root) {
+        return std::nullopt;
+    }
+    report(onProgress, 0.8);
+    (*root)->relinkDescendantParentPointers();
+    report(onProgress, 0.92);
+    (*root)->sortChildren();
+    report(onProgress, 1.0);
+    return root;
+}
+
+} // namespace brimvale

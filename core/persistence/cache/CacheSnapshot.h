@@ -1,0 +1,35 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "core/model/FileNode.h"
+
+namespace brimvale {
+
+// A scan tree flattened into parallel columns, one entry per node in pre-order (children in
+// their stored order); node 0 is the root. This is what a cache file holds.
+struct CacheSnapshot {
+    std::string rootPath;
+    std::string rootName;
+    std::vector<std::string> names;
+    std::vector<std::int32_t> parents; // index of each node's parent; -1 for the root
+    std::vector<std::uint8_t> isDirs;  // 0 or 1
+    std::vector<std::int64_t> sizes;
+    std::vector<double> modTimes; // seconds since 2001-01-01 00:00:00 UTC; 0.0 for none
+    std::vector<std::string> pids;  // provider ids; "" for none
+    std::vector<std::string> mimes; // MIME types; "" for none
+
+    std::size_t nodeCount() const { return names.size(); }
+};
+
+// How many entries to reserve for a snapshot of `root`: a guess from its children and
+// grandchildren, 1 for an empty root. An overflowing guess is a fatal error.
+std::int64_t estimatedTreeSize(const FileNode& root);
+
+// Flattens the tree under `root`. A tree of 2^31 nodes or more is a fatal error: parent indices
+// are 32 bits in the format.
+CacheSnapshot snapshotForCache(const FileNode& root);
+
+} // namespace brimvale

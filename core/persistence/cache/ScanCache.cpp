@@ -1,0 +1,193 @@
+#include "core/persistence/cache/ScanCache.h"
+
+#include "core/support/FileBytes.h"
+#include "core/support/UniqueFd.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <system_error>
+
+namespace brimvale {
+namespace {
+
+constexpr std::string_view kCurrentSuffix = ".cache";
+constexpr std::string_view kLegacySuffix = ".json";
+
+std::system_error lastError(const std::string& what) {
+    return std::system_error(errno, std::generic_category(), what);
+}
+
+void makeDirectories(const std::string& directory) {
+    std::string partial;
+    std::size_t position = 0;
+    while (position != std::string::npos) {
+        position = directory.find('/', position + 1);
+        partial = directory.substr(0, position);
+        if (!partial.empty() && ::mkdir(partial.c_str(), 0700) != 0 && errno != EEXIST) {
+            throw lastError("cannot create " + partial);
+        }
+    }
+}
+
+Date modificationDate(const struct stat& info) {
+    return Date::fromUnixSeconds(static_cast<double>(info.st_mtim.tv_sec) +
+                                 static_cast<double>(info.st_mtim.tv_nsec) / 1e9);
+}
+
+void appendLine(const std::string& path, std::string_view line) {
+    const UniqueFd file(::open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600));
+    if (!file.valid()) {
+        return;
+    }
+    std::size_t written = 0;
+    while (written < line.size()) {
+        const ssize_t count = ::write(file.get(), line.data() + written, line.size() - written);
+        if (count < 0 && errno == EINTR) {
+            continue;
+        }
+        if (count <= 0) {
+            return;
+        }
+        written += static_cast<std::size_t>(count);
+    }
+}
+
+bool isSafeStem(std::string_view stem) {
+    return !stem.empty() && stem.find('/') == std::string_view::npos && stem != "." && stem != "..";
+}
+
+} // namespace
+
+std::string ScanCache::defaultDirectory() {
+    if (const char* cacheHome = std::getenv("XDG_CACHE_HOME"); cacheHome && cacheHome[0] == '/') {
+        return std::string(cacheHome) + "/Brimvale";
+    }
+    if (const char* home = std::getenv("HOME"); home && home[0] != '\0') {
+        return std::string(home) + "/.cache/Brimvale";
+    }
+    return "/tmp/Brimvale-" + std::to_string(::getuid());
+}
+
+ScanCache::ScanCache(std::string directory) : directory_(std::move(directory)) {
+    while (directory_.size() > 1 && directory_.back() == '/') {
+        directory_.pop_back();
+    }
+    try {
+        makeDirectories(directory_);
+    } catch (const std::system_error&) {
+        // Reported by the first write that fails; reading an absent cache simply finds nothing.
+    }
+}
+
+std::string ScanCache::pathFor(std::string_view stem, std::string_view suffix) const {
+    std::string path = directory_;
+    path += '/';
+    path += stem;
+    path += suffix;
+    return path;
+}
+
+void ScanCache::write(std::span<const std::uint8_t> data, std::string_view stem) {
+    std::lock_guard lock(mutex_);
+    const std::string fileName = std::string(stem) + std::string(kCurrentSuffix);
+    try {
+        if (!isSafeStem(stem)) {
+            throw std::system_error(EINVAL, std::generic_category(),
+                                    "\"" + std::string(stem) + "\" is not a valid cache name");
+        }
+        makeDirectories(directory_);
+        writeFileAtomically(pathFor(stem, kCurrentSuffix), data, 0600);
+        logLocked("Saved " + std::to_string(data.size()) + " bytes \u2192 " + fileName);
+    } catch (const std::exception& error) {
+        logLocked(std::string("Save failed: ") + error.what());
+    }
+}
+
+std::optional<ScanCache::LoadedData> ScanCache::loadData(std::string_view stem) {
+    std::lock_guard lock(mutex_);
+    if (!isSafeStem(stem)) {
+        return std::nullopt;
+    }
+    for (const auto suffix : {kCurrentSuffix, kLegacySuffix}) {
+        try {
+            auto file = readFileBytes(pathFor(stem, suffix));
+            return LoadedData{std::move(file.bytes), Date::fromUnixSeconds(file.modifiedUnixSeconds)};
+        } catch (const std::system_error&) {
+        }
+    }
+    return std::nullopt;
+}
+
+std::optional<Date> ScanCache::cacheDate(std::string_view stem) {
+    std::lock_guard lock(mutex_);
+    if (!isSafeStem(stem)) {
+        return std::nullopt;
+    }
+    for (const auto suffix : {kCurrentSuffix, kLegacySuffix}) {
+        struct stat info {};
+        if (::stat(pathFor(stem, suffix).c_str(), &info) == 0 && S_ISREG(info.st_mode)) {
+            return modificationDate(info);
+        }
+    }
+    return std::nullopt;
+}
+
+void ScanCache::clear(std::string_view stem) {
+    std::lock_guard lock(mutex_);
+    if (!isSafeStem(stem)) {
+        return;
+    }
+    for (const auto suffix : {kCurrentSuffix, kLegacySuffix}) {
+        ::unlink(pathFor(stem, suffix).c_str());
+    }
+}
+
+void ScanCache::clearAllStems(std::string_view prefix) {
+    std::lock_guard lock(mutex_);
+    DIR* listing = ::opendir(directory_.c_str());
+    if (listing == nullptr) {
+        return;
+    }
+    std::vector<std::string> doomed;
+    while (const dirent* entry = ::readdir(listing)) {
+        const std::string_view name = entry->d_name;
+        for (const auto suffix : {kCurrentSuffix, kLegacySuffix}) {
+            if (name.size() > suffix.size() && name.ends_with(suffix) &&
+                name.substr(0, name.size() - suffix.size()).starts_with(prefix)) {
+                doomed.emplace_back(name);
+            }
+        }
+    }
+    ::closedir(listing);
+    for (const auto& name : doomed) {
+        ::unlink((directory_ + "/" + name).c_str());
+    }
+}
+
+void ScanCache::log(std::string_view message) {
+    std::lock_guard lock(mutex_);
+    logLocked(message);
+}
+
+void ScanCache::logLocked(std::string_view message) {
+    const std::time_t now = std::time(nullptr);
+    std::tm parts{};
+    gmtime_r(&now, &parts);
+    char stamp[40];
+    std::strftime(stamp, sizeof stamp, "%Y-%m-%d %H:%M:%S +0000", &parts);
+    std::string line = "[";
+    line += stamp;
+    line += "] ";
+    line += message;
+    line += '\n';
+    appendLine(logPath(), line);
+}
+
+} // namespace brimvale

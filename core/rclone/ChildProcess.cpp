@@ -1,0 +1,284 @@
+#include "core/rclone/ChildProcess.h"
+
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <fcntl.h>
+#include <poll.h>
+#include <spawn.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <system_error>
+#include <unistd.h>
+#include <utility>
+
+extern char** environ;
+
+namespace brimvale {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+// How often a running child is checked for an overdue forced kill, and, where the system
+// gives no exit notification, for having exited while something it started holds its pipes.
+constexpr int kCheckPeriodMilliseconds = 100;
+
+// A descriptor that becomes readable when the child exits, or -1 where there is none.
+int openExitNotification(pid_t pid) {
+#if defined(__linux__) && defined(SYS_pidfd_open)
+    const long fd = ::syscall(SYS_pidfd_open, pid, 0);
+    if (fd >= 0) {
+        ::fcntl(static_cast<int>(fd), F_SETFD, FD_CLOEXEC);
+        return static_cast<int>(fd);
+    }
+#else
+    (void)pid;
+#endif
+    return -1;
+}
+
+[[noreturn]] void throwSystemError(int code, const std::string& what) {
+    throw std::system_error(code, std::generic_category(), what);
+}
+
+class FileDescriptorPair {
+public:
+    FileDescriptorPair() {
+        if (::pipe2(fds_, O_CLOEXEC) != 0) {
+            throwSystemError(errno, "could not create a pipe");
+        }
+    }
+    ~FileDescriptorPair() {
+        closeRead();
+        closeWrite();
+    }
+    int readEnd() const { return fds_[0]; }
+    int writeEnd() const { return fds_[1]; }
+    int releaseRead() { return std::exchange(fds_[0], -1); }
+    void closeRead() {
+        if (fds_[0] >= 0) {
+            ::close(std::exchange(fds_[0], -1));
+        }
+    }
+    void closeWrite() {
+        if (fds_[1] >= 0) {
+            ::close(std::exchange(fds_[1], -1));
+        }
+    }
+
+private:
+    int fds_[2] = {-1, -1};
+};
+
+std::vector<std::string> childEnvironment(const std::vector<EnvironmentChange>& changes) {
+    std::vector<std::string> entries;
+    for (char** entry = environ; entry != nullptr && *entry != nullptr; ++entry) {
+        entries.emplace_back(*entry);
+    }
+    for (const auto& change : changes) {
+        const std::string prefix = change.name + "=";
+        std::erase_if(entries, [&](const std::string& entry) { return entry.starts_with(prefix); });
+        if (change.value) {
+            entries.push_back(prefix + *change.value);
+        }
+    }
+    return entries;
+}
+
+std::vector<char*> pointersTo(std::vector<std::string>& strings) {
+    std::vector<char*> pointers;
+    pointers.reserve(strings.size() + 1);
+    for (auto& text : strings) {
+        pointers.push_back(text.data());
+    }
+    pointers.push_back(nullptr);
+    return pointers;
+}
+
+// Reads what the pipe holds now; closes it (and sets `fd` to -1) at its end.
+void readAvailable(int& fd, std::string& into) {
+    char buffer[65536];
+    for (;;) {
+        const ssize_t count = ::read(fd, buffer, sizeof buffer);
+        if (count > 0) {
+            into.append(buffer, static_cast<std::size_t>(count));
+            continue;
+        }
+        if (count < 0 && errno == EINTR) {
+            continue;
+        }
+        if (count < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
+            return;
+        }
+        ::close(std::exchange(fd, -1));
+        return;
+    }
+}
+
+} // namespace
+
+std::unique_ptr<ChildProcess> ChildProcess::spawn(const ChildProcessOptions& options) {
+    FileDescriptorPair standardOutput;
+    FileDescriptorPair standardError;
+
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_adddup2(&actions, standardOutput.writeEnd(), STDOUT_FILENO);
+    posix_spawn_file_actions_adddup2(&actions, standardError.writeEnd(), STDERR_FILENO);
+#if defined(__GLIBC__) && defined(__GLIBC_PREREQ)
+#if __GLIBC_PREREQ(2, 34)
+    // Descriptors that some library opened without close-on-exec stay out of the child too.
+    posix_spawn_file_actions_addclosefrom_np(&actions, STDERR_FILENO + 1);
+#endif
+#endif
+
+    // The child starts with no blocked signals and default dispositions, whatever this
+    // process (or the toolkit) set up.
+    posix_spawnattr_t attributes;
+    posix_spawnattr_init(&attributes);
+    sigset_t noSignals;
+    sigemptyset(&noSignals);
+    sigset_t allSignals;
+    sigfillset(&allSignals);
+    posix_spawnattr_setsigmask(&attributes, &noSignals);
+    posix_spawnattr_setsigdefault(&attributes, &allSignals);
+    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
+
+    std::vector<std::string> argumentStrings;
+    argumentStrings.reserve(options.arguments.size() + 1);
+    argumentStrings.push_back(options.executable);
+    argumentStrings.insert(argumentStrings.end(), options.arguments.begin(),
+                           options.arguments.end());
+    auto argumentPointers = pointersTo(argumentStrings);
+    auto environmentStrings = childEnvironment(options.environmentChanges);
+    auto environmentPointers = pointersTo(environmentStrings);
+
+    pid_t pid = -1;
+    const int result = ::posix_spawn(&pid, options.executable.c_str(), &actions, &attributes,
+                                     argumentPointers.data(), environmentPointers.data());
+    posix_spawn_file_actions_destroy(&actions);
+    posix_spawnattr_destroy(&attributes);
+    if (result != 0) {
+        throwSystemError(result, "could not start " + options.executable);
+    }
+    standardOutput.closeWrite();
+    standardError.closeWrite();
+    for (const int fd : {standardOutput.readEnd(), standardError.readEnd()}) {
+        ::fcntl(fd, F_SETFL, ::fcntl(fd, F_GETFL) | O_NONBLOCK);
+    }
+    return std::unique_ptr<ChildProcess>(new ChildProcess(
+        pid, standardOutput.releaseRead(), standardError.releaseRead(), options.killGracePeriod));
+}
+
+ChildProcess::ChildProcess(pid_t pid, int standardOutput, int standardError,
+                           std::chrono::milliseconds killGracePeriod)
+    : pid_(pid)
+    , standardOutput_(standardOutput)
+    , standardError_(standardError)
+    , exitNotification_(openExitNotification(pid))
+    , killGracePeriod_(killGracePeriod) {}
+
+ChildProcess::~ChildProcess() {
+    for (int* fd : {&standardOutput_, &standardError_, &exitNotification_}) {
+        if (*fd >= 0) {
+            ::close(std::exchange(*fd, -1));
+        }
+    }
+    std::lock_guard lock(mutex_);
+    if (!reaped_) {
+        ::kill(pid_, SIGKILL);
+        int status = 0;
+        while (::waitpid(pid_, &status, 0) < 0 && errno == EINTR) {
+        }
+        reaped_ = true;
+    }
+}
+
+void ChildProcess::terminate() noexcept {
+    std::lock_guard lock(mutex_);
+    if (reaped_ || terminateRequestedAt_) {
+        return;
+    }
+    ::kill(pid_, SIGTERM);
+    terminateRequestedAt_ = Clock::now();
+}
+
+void ChildProcess::killIfGracePeriodOver() {
+    std::lock_guard lock(mutex_);
+    if (!reaped_ && terminateRequestedAt_ &&
+        Clock::now() - *terminateRequestedAt_ >= killGracePeriod_) {
+        ::kill(pid_, SIGKILL);
+    }
+}
+
+bool ChildProcess::childHasExited() const {
+    siginfo_t info{};
+    // WNOWAIT leaves the child a zombie, so its id cannot be reused before reap().
+    return ::waitid(P_PID, static_cast<id_t>(pid_), &info, WEXITED | WNOHANG | WNOWAIT) == 0 &&
+           info.si_pid == pid_;
+}
+
+int ChildProcess::reap() {
+    std::lock_guard lock(mutex_);
+    int status = 0;
+    while (::waitpid(pid_, &status, 0) < 0 && errno == EINTR) {
+    }
+    reaped_ = true;
+    return status;
+}
+
+ChildProcessResult ChildProcess::collectOutputAndWait() {
+    ChildProcessResult result;
+    bool exited = false;
+    while (!exited) {
+        killIfGracePeriodOver();
+        pollfd fds[3];
+        nfds_t count = 0;
+        for (const int fd : {standardOutput_, standardError_, exitNotification_}) {
+            if (fd >= 0) {
+                fds[count++] = pollfd{.fd = fd, .events = POLLIN, .revents = 0};
+            }
+        }
+        // Without an exit notification the child is looked at every few milliseconds once
+        // its pipes are closed, and every check period while they are open.
+        const bool pipesOpen = standardOutput_ >= 0 || standardError_ >= 0;
+        const int timeout = exitNotification_ >= 0 || pipesOpen ? kCheckPeriodMilliseconds : 5;
+        const int ready = ::poll(count == 0 ? nullptr : fds, count, timeout);
+        if (ready < 0 && errno != EINTR) {
+            throwSystemError(errno, "could not wait for the output of a child process");
+        }
+        if (standardOutput_ >= 0) {
+            readAvailable(standardOutput_, result.standardOutput);
+        }
+        if (standardError_ >= 0) {
+            readAvailable(standardError_, result.standardError);
+        }
+        exited = childHasExited();
+        if (!exited && pipesOpen) {
+            continue;
+        }
+        if (exited) {
+            // Whatever the child wrote before it exited is in the pipes now; anything later
+            // would come from a process it left behind holding them.
+            for (auto [fd, into] : {std::pair{&standardOutput_, &result.standardOutput},
+                                    std::pair{&standardError_, &result.standardError}}) {
+                if (*fd >= 0) {
+                    readAvailable(*fd, *into);
+                }
+                if (*fd >= 0) {
+                    ::close(std::exchange(*fd, -1));
+                }
+            }
+        }
+    }
+    const int status = reap();
+    if (WIFSIGNALED(status)) {
+        result.terminatingSignal = WTERMSIG(status);
+        result.exitStatus = 128 + WTERMSIG(status);
+    } else {
+        result.exitStatus = WEXITSTATUS(status);
+    }
+    return result;
+}
+
+} // namespace brimvale

@@ -1,0 +1,87 @@
+#pragma once
+
+#include <chrono>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <sys/types.h>
+#include <vector>
+
+namespace brimvale {
+
+// One change to the environment a child inherits.
+struct EnvironmentChange {
+    std::string name;
+    std::optional<std::string> value; // absent: the variable is removed
+};
+
+struct ChildProcessOptions {
+    // The program to run, by absolute path (the PATH variable is never searched).
+    std::string executable;
+    // The arguments after the program name, passed as they are (no shell).
+    std::vector<std::string> arguments;
+    // Applied on top of this process's environment, in order.
+    std::vector<EnvironmentChange> environmentChanges;
+    // After terminate(), how long the child may take to exit before it is killed outright.
+    std::chrono::milliseconds killGracePeriod{10'000};
+};
+
+struct ChildProcessResult {
+    // The exit status, or 128 + the signal number for a child ended by a signal (the
+    // shell's convention).
+    int exitStatus = 0;
+    std::optional<int> terminatingSignal;
+    std::string standardOutput;
+    std::string standardError;
+};
+
+// A child process started with posix_spawn, its standard output and standard error each on a
+// pipe, standard input and working directory inherited. Reading drains both pipes together
+// with poll, so neither can fill up and block the child. The child never inherits another
+// run's pipes (every descriptor is close-on-exec).
+//
+// Thread safety: terminate() may be called from any thread at any time, also concurrently with
+// collectOutputAndWait(); everything else belongs to the thread that spawned the child.
+class ChildProcess {
+public:
+    // Starts the child; throws std::system_error when it cannot be started (the program is
+    // missing or not executable, no more processes or descriptors).
+    static std::unique_ptr<ChildProcess> spawn(const ChildProcessOptions& options);
+
+    ChildProcess(const ChildProcess&) = delete;
+    ChildProcess& operator=(const ChildProcess&) = delete;
+    // A child still running is killed and reaped: no zombie outlives its object.
+    ~ChildProcess();
+
+    pid_t pid() const { return pid_; }
+
+    // Sends SIGTERM (once), and SIGKILL if the child is still running a grace period later.
+    // Does nothing once the child has been reaped, so a reused process id is never signalled.
+    void terminate() noexcept;
+
+    // Reads both pipes to their end, waits for the child to exit, reaps it and returns what it
+    // wrote. Called once. If the child exits while something it started still holds the
+    // pipes open, what was written so far is returned without waiting for that.
+    ChildProcessResult collectOutputAndWait();
+
+private:
+    ChildProcess(pid_t pid, int standardOutput, int standardError,
+                 std::chrono::milliseconds killGracePeriod);
+
+    bool childHasExited() const;
+    void killIfGracePeriodOver();
+    int reap();
+
+    const pid_t pid_;
+    int standardOutput_;   // read end, non-blocking; -1 once closed
+    int standardError_;    // read end, non-blocking; -1 once closed
+    int exitNotification_; // readable once the child has exited (pidfd); -1 where unsupported
+    const std::chrono::milliseconds killGracePeriod_;
+
+    mutable std::mutex mutex_; // guards reaped_ and terminateRequestedAt_
+    bool reaped_ = false;      // the process id may belong to someone else from now on
+    std::optional<std::chrono::steady_clock::time_point> terminateRequestedAt_;
+};
+
+} // namespace brimvale

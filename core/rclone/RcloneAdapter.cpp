@@ -1,0 +1,163 @@
+#include "core/rclone/RcloneAdapter.h"
+
+#include "core/rclone/GCSScanSettings.h"
+#include "core/rclone/ObjectStorageScanPrefix.h"
+#include "core/rclone/RcloneListingMerge.h"
+#include "core/rclone/RcloneListingParser.h"
+#include "core/rclone/RcloneProviderType.h"
+#include "core/rclone/RcloneTreeScan.h"
+#include "core/rclone/Utf8Text.h"
+
+namespace brimvale {
+namespace {
+
+// The path of a listed folder as scan trees write it: "/" for the top, "/a/b" below.
+std::string treePath(std::string_view remotePath) {
+    while (remotePath.starts_with('/')) {
+        remotePath.remove_prefix(1);
+    }
+    while (remotePath.ends_with('/')) {
+        remotePath.remove_suffix(1);
+    }
+    return "/" + std::string(remotePath);
+}
+
+bool isAWSEndpoint(const RemoteConfigSection& section) {
+    const auto provider = section.find("provider");
+    if (provider != section.end() && !provider->second.empty() &&
+        Utf8Text::asciiLowercased(Utf8Text::trimWhitespaceAndNewlines(provider->second)) != "aws") {
+        return false;
+    }
+    const auto endpoint = section.find("endpoint");
+    return endpoint == section.end() || endpoint->second.empty() ||
+           Utf8Text::containsIgnoringCase(endpoint->second, "amazonaws.com");
+}
+
+} // namespace
+
+RcloneAdapter::RcloneAdapter(std::string remoteID, std::string displayName,
+                             RcloneAdapterOptions options)
+    : remoteID_(std::move(remoteID))
+    , displayName_(std::move(displayName))
+    , options_(std::move(options)) {}
+
+bool RcloneAdapter::isConfigured(std::stop_token stopToken) {
+    return configDumpDictionary(std::move(stopToken)).contains(remoteID_);
+}
+
+std::vector<std::string> RcloneAdapter::lsjsonArguments(const std::string& target) const {
+    std::vector<std::string> arguments{"lsjson"};
+    if (useFastListForRecursiveScan()) {
+        arguments.emplace_back("--fast-list");
+    }
+    for (auto& flag : extraLsjsonFlags()) {
+        arguments.push_back(std::move(flag));
+    }
+    arguments.push_back(target);
+    return arguments;
+}
+
+std::vector<RcloneEntry> RcloneAdapter::listEntries(const std::string& target,
+                                                    std::stop_token stopToken) const {
+    const std::string output = options_.runner.runRcloneCollectingStdout(
+        lsjsonArguments(target), displayName_, std::move(stopToken));
+    return parseJSON(output, target);
+}
+
+std::vector<FileNodeRef> RcloneAdapter::listDirectory(const std::string& path,
+                                                      std::stop_token stopToken) {
+    const std::string target = remoteID_ + ":" + path;
+    const auto entries = listEntries(target, std::move(stopToken));
+    const FileNodeRef folder =
+        FileNode::make({.name = std::string(), .path = treePath(path), .isDirectory = true});
+    mergeListingEntries(entries, *folder, {target, remoteID_, 0});
+    // The children outlive the temporary folder, which clears their parent links as it goes.
+    return folder->children();
+}
+
+FileNodeRef RcloneAdapter::scan(const ScanParameters& parameters) {
+    RcloneTreeScan scan(
+        remoteID_,
+        [this](const std::string& target, std::stop_token stopToken) {
+            return listEntries(target, std::move(stopToken));
+        },
+        parameters);
+    return scan.run();
+}
+
+std::optional<std::string> RcloneAdapter::webURL(const FileNode& node) const {
+    return RemoteWebURL::url(rcloneType(), node, webContext());
+}
+
+std::optional<std::int64_t> RcloneAdapter::totalOccupiedBytesForScanPath(const std::string&,
+                                                                         std::stop_token) {
+    return std::nullopt;
+}
+
+RemoteWebContext RcloneAdapter::webContext() const {
+    RemoteWebContext context;
+    const std::string type = rcloneType();
+    if (options_.settings) {
+        if (type == "s3") {
+            context.scanRootBucket =
+                ObjectStorageScanPrefix::storedS3Bucket(*options_.settings, remoteID_);
+        } else if (type == "gcs") {
+            context.scanRootBucket = GCSScanSettings::storedBucket(*options_.settings, remoteID_);
+        }
+    }
+    if (options_.configSection) {
+        context.s3EndpointIsAWS = isAWSEndpoint(*options_.configSection);
+    }
+    return context;
+}
+
+std::string RcloneAdapter::rclone(const std::vector<std::string>& arguments,
+                                  std::stop_token stopToken) const {
+    return options_.runner.runRclone(arguments, displayName_, std::move(stopToken));
+}
+
+RcloneConfigDump RcloneAdapter::configDumpDictionary(std::stop_token stopToken) const {
+    return parseConfigDump(rclone({"config", "dump"}, std::move(stopToken)));
+}
+
+std::vector<ConfiguredRemote> RcloneAdapter::remotesFromConfig(std::stop_token stopToken) const {
+    return configuredRemotes(configDumpDictionary(std::move(stopToken)));
+}
+
+void RcloneAdapter::ensureRemoteStubExists(const std::string& remoteName,
+                                           const std::string& rcloneType,
+                                           std::stop_token stopToken) const {
+    const auto dump = configDumpDictionary(stopToken);
+    const auto section = dump.find(remoteName);
+    if (section == dump.end()) {
+        options_.runner.runRclone({"config", "create", remoteName, rcloneType, "--non-interactive"},
+                                  remoteName, std::move(stopToken));
+        return;
+    }
+    const auto type = section->second.find("type");
+    if (type == section->second.end() ||
+        RcloneProviderType::canonical(type->second) != rcloneType) {
+        options_.runner.runRclone(
+            {"config", "update", remoteName, "type", rcloneType, "--non-interactive"}, remoteName,
+            std::move(stopToken));
+    }
+}
+
+void RcloneAdapter::deleteRemote(const std::string& remoteName, std::stop_token stopToken) const {
+    options_.runner.runRclone({"config", "delete", remoteName}, remoteName, std::move(stopToken));
+}
+
+std::vector<std::string>
+RcloneAdapter::deleteRemotesWithNamePrefix(const std::string& prefix,
+                                           std::stop_token stopToken) const {
+    std::vector<std::string> deleted;
+    for (const auto& [name, section] : configDumpDictionary(stopToken)) {
+        if (name.starts_with(prefix)) {
+            deleteRemote(name, stopToken);
+            deleted.push_back(name);
+        }
+    }
+    return deleted;
+}
+
+} // namespace brimvale

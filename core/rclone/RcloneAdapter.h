@@ -1,0 +1,89 @@
+#pragma once
+
+#include "core/model/CloudStorageProvider.h"
+#include "core/rclone/RcloneConfigDump.h"
+#include "core/rclone/RcloneEntry.h"
+#include "core/rclone/RcloneRunner.h"
+#include "core/rclone/RemoteWebURL.h"
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace brimvale {
+
+class SettingsStore;
+
+struct RcloneAdapterOptions {
+    // Finds and runs rclone; tests point it at their own configuration.
+    RcloneRunner runner;
+    // Where object-storage scan roots are kept (for web links); may be null.
+    std::shared_ptr<const SettingsStore> settings;
+    // The account's settings from the configuration dump, when the caller has them (for web
+    // links: whether an S3 remote is AWS).
+    std::optional<RemoteConfigSection> configSection;
+};
+
+// An rclone remote as a cloud account: scans list it one folder at a time with
+// `rclone lsjson`, and account configuration goes through `rclone config`. The base of every
+// cloud adapter; subclasses change the type, the listing flags and the web links.
+//
+// Thread safety: an adapter holds no mutable state; every operation may be called from any
+// background thread (all of them block on rclone), never from the main thread.
+class RcloneAdapter : public CloudStorageProvider {
+public:
+    RcloneAdapter(std::string remoteID, std::string displayName, RcloneAdapterOptions options = {});
+
+    std::string remoteID() const override { return remoteID_; }
+    std::string displayName() const override { return displayName_; }
+    std::string rcloneType() const override { return {}; }
+
+    // Listing flags after "lsjson" and before the target.
+    virtual std::vector<std::string> extraLsjsonFlags() const { return {}; }
+    // Whether listings ask for "--fast-list" (no adapter does today; the hook is kept).
+    virtual bool useFastListForRecursiveScan() const { return false; }
+
+    // Whether the configuration has a section for this remote.
+    bool isConfigured(std::stop_token stopToken) override;
+    std::vector<FileNodeRef> listDirectory(const std::string& path,
+                                           std::stop_token stopToken) override;
+    FileNodeRef scan(const ScanParameters& parameters) override;
+    std::optional<std::string> webURL(const FileNode& node) const override;
+    std::optional<std::int64_t> totalOccupiedBytesForScanPath(const std::string& path,
+                                                              std::stop_token stopToken) override;
+
+    // The command line of one listing of `target` ("remote:path"), without the program.
+    std::vector<std::string> lsjsonArguments(const std::string& target) const;
+    // One listing run, decoded.
+    std::vector<RcloneEntry> listEntries(const std::string& target,
+                                         std::stop_token stopToken) const;
+
+    // Configuration operations, each one or more runs of rclone.
+    // A query of the adapter's own, with the display name in errors; output as UTF-8 text.
+    std::string rclone(const std::vector<std::string>& arguments,
+                       std::stop_token stopToken = {}) const;
+    std::vector<ConfiguredRemote> remotesFromConfig(std::stop_token stopToken = {}) const;
+    RcloneConfigDump configDumpDictionary(std::stop_token stopToken = {}) const;
+    // Afterwards the remote exists with type `rcloneType`: created when missing (without
+    // asking anything), retyped when it has another type.
+    void ensureRemoteStubExists(const std::string& remoteName, const std::string& rcloneType,
+                                std::stop_token stopToken = {}) const;
+    void deleteRemote(const std::string& remoteName, std::stop_token stopToken = {}) const;
+    // Deletes every remote whose name begins with `prefix`; returns their names.
+    std::vector<std::string> deleteRemotesWithNamePrefix(const std::string& prefix,
+                                                         std::stop_token stopToken = {}) const;
+
+    const RcloneRunner& runner() const { return options_.runner; }
+
+protected:
+    // What web links need to know about this account.
+    RemoteWebContext webContext() const;
+
+private:
+    std::string remoteID_;
+    std::string displayName_;
+    RcloneAdapterOptions options_;
+};
+
+} // namespace brimvale

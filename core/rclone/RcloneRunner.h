@@ -1,0 +1,62 @@
+#pragma once
+
+#include "core/rclone/ChildProcess.h"
+#include "core/rclone/RclonePathResolver.h"
+
+#include <chrono>
+#include <optional>
+#include <stop_token>
+#include <string>
+#include <vector>
+
+namespace brimvale {
+
+class RcloneRunQueue;
+
+struct RcloneRunnerOptions {
+    RcloneSearchLocations searchLocations = RcloneSearchLocations::standard();
+    // Changes to the environment rclone inherits; none in the application (tests point
+    // RCLONE_CONFIG at a file of their own here).
+    std::vector<EnvironmentChange> environmentChanges;
+    // How long a cancelled child may take to exit after SIGTERM before it is killed.
+    std::chrono::milliseconds killGracePeriod{10'000};
+    // The queue runs wait in; null means the process-wide RcloneRunQueue::shared().
+    RcloneRunQueue* runQueue = nullptr;
+};
+
+// Finds and runs the rclone program: one child per run, started with exactly the given
+// arguments (no shell), admitted through the run queue (at most 10 children at a time), its
+// output collected, its failure turned into a BrimvaleError and the child terminated when the
+// caller's stop token is stopped.
+//
+// Thread safety: a runner holds only its options; every operation may be called from any
+// thread except the main thread (they block until rclone exits).
+class RcloneRunner {
+public:
+    // Finds rclone at the standard places of this installation.
+    RcloneRunner();
+    explicit RcloneRunner(RcloneRunnerOptions options);
+
+    const RcloneRunnerOptions& options() const { return options_; }
+
+    std::optional<std::string> resolveRclonePath() const;
+
+    // Runs rclone and returns the bytes it wrote to standard output. Throws
+    // BrimvaleError::rcloneNotInstalled when there is no program (before anything is queued),
+    // std::system_error when the child cannot be started, BrimvaleError::scanFailed (with
+    // `remoteLabelForErrors` and standard error, or "exit N") for a non-zero exit, and
+    // CancellationError when `stopToken` is stopped, whatever the child's exit status.
+    std::string runRcloneCollectingStdout(const std::vector<std::string>& arguments,
+                                          const std::string& remoteLabelForErrors,
+                                          std::stop_token stopToken = {}) const;
+
+    // The same, with standard output decoded as UTF-8 (ill-formed bytes become U+FFFD).
+    std::string runRclone(const std::vector<std::string>& arguments,
+                          const std::string& remoteLabelForErrors,
+                          std::stop_token stopToken = {}) const;
+
+private:
+    RcloneRunnerOptions options_;
+};
+
+} // namespace brimvale

@@ -1,0 +1,68 @@
+#pragma once
+
+#include "core/model/CloudStorageProvider.h"
+#include "core/model/FileNode.h"
+#include "core/model/ScanCounter.h"
+#include "core/rclone/RcloneEntry.h"
+
+#include <functional>
+#include <stop_token>
+#include <string>
+#include <vector>
+
+namespace brimvale {
+
+// One scan of a remote: lists one folder at a time, depth first, in listing order, merges
+// each listing into the tree and rolls sizes up one level, then prunes what this scan did not
+// see, rolls every size up, sorts and relinks.
+//
+// Threading: run() blocks its (background) thread. When the parameters carry a main queue,
+// every change to the tree (merges, size refreshes, the final passes) is made there, with the
+// scanning thread waiting, and the partial-tree callback is called there right after the
+// merge; without one, everything happens on the scanning thread. Progress is reported from
+// the scanning thread. Each callback is called at most once per finished listing.
+class RcloneTreeScan {
+public:
+    // Lists one target ("remote:path"); throws as the runner does.
+    using ListFolder =
+        std::function<std::vector<RcloneEntry>(const std::string& target, std::stop_token)>;
+
+    // The number of listings a scan could run side by side. Cloud scans list strictly one
+    // folder at a time regardless; the value is handed down unchanged on purpose.
+    static constexpr int kConcurrencyLimit = 4;
+
+    RcloneTreeScan(std::string remoteID, ListFolder listFolder, const ScanParameters& parameters);
+
+    // Scans and returns the root: the seed root when given (its nodes are reused where the
+    // listing still has them), else a new folder named after the scanned path.
+    FileNodeRef run();
+
+    // "remote:" + "a" is "remote:a"; "remote:a" + "b" is "remote:a/b".
+    static std::string childTarget(const std::string& target, std::string_view childName);
+
+private:
+    struct Folder {
+        FileNodeRef node;
+        std::string target;
+        bool listed = false;
+        std::vector<FileNodeRef> subdirs;
+        std::size_t nextSubdir = 0;
+    };
+
+    // Lists `node` (the folder at `remotePath`) and every folder below it, depth first in
+    // listing order, one listing at a time; sizes climb towards `node` as folders finish.
+    // Iterative: a remote may nest folders deeper than the stack allows.
+    void scanDirectory(const FileNodeRef& node, const std::string& remotePath,
+                       int concurrencyLimit);
+    void listAndMerge(Folder& folder);
+    void throwIfCancelled(const std::string& target) const;
+    template <class Work> void onTreeThread(Work&& work) const;
+
+    std::string remoteID_;
+    ListFolder listFolder_;
+    const ScanParameters& parameters_;
+    ScanCounter counter_;
+    FileNodeRef root_;
+};
+
+} // namespace brimvale

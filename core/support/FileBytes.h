@@ -1,0 +1,28 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstdint>
+#include <span>
+#include <string>
+#include <vector>
+
+namespace brimvale {
+
+// Whole-file reads and writes. Failures throw std::system_error whose message names the file.
+// Thread safety: free functions without shared state.
+
+struct FileBytes {
+    std::vector<std::uint8_t> bytes;
+    double modifiedUnixSeconds = 0;
+};
+
+// The whole content of a regular file, with its modification time.
+FileBytes readFileBytes(const std::string& path);
+
+// Replaces `path` with `data` atomically: written to a temporary file beside it, flushed to disk,
+// then renamed over it. A failure at any point leaves the previous file as it was and no
+// temporary file behind. The file gets exactly `mode` (0600: readable by the user only).
+void writeFileAtomically(const std::string& path, std::span<const std::uint8_t> data, mode_t mode = 0600);
+
+} // namespace brimvale
