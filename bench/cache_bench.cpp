@@ -12,6 +12,7 @@
 #include <fstream>
 #include <string>
 
+#include "core/support/HeapTuning.h"
 #include "bench/DiskLikeTree.h"
 #include "core/persistence/cache/CacheRecord.h"
 #include "core/persistence/cache/CacheSnapshot.h"
@@ -70,6 +71,7 @@ int loadOnly(const std::string& directory) {
 } // namespace
 
 int main(int argc, char** argv) {
+    brimvale::adoptHugePageHeap(argv);
     if (argc == 3 && std::strcmp(argv[1], "--load") == 0) {
         return loadOnly(argv[2]);
     }

@@ -1,6 +1,7 @@
 // Builds a tree shaped like a real disk (100,000 folders of 10 files, paths of about 60
 // characters), then sorts, rolls up, relinks, flattens and frees it, printing one figure per
 // line as "name: value unit". Run the release build: build/release/bench/tree_bench
+#include "core/support/HeapTuning.h"
 #include "bench/DiskLikeTree.h"
 #include "core/model/FileNode.h"
 
@@ -55,7 +56,8 @@ std::size_t flatten(const FileNodeRef& root) {
 
 } // namespace
 
-int main() {
+int main(int, char** argv) {
+    brimvale::adoptHugePageHeap(argv);
     malloc_trim(0);
     const long residentBefore = residentBytes();
     auto start = std::chrono::steady_clock::now();

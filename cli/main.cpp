@@ -1,3 +1,4 @@
+#include "core/support/HeapTuning.h"
 #include "cli/CommandLine.h"
 #include "cli/Commands.h"
 
@@ -6,6 +7,7 @@
 #include <vector>
 
 int main(int argc, char** argv) {
+    brimvale::adoptHugePageHeap(argv);
     const std::vector<std::string> arguments(argv + 1, argv + argc);
     const brimvale::cli::CommandLine commandLine(brimvale::cli::allCommands());
     const int status = commandLine.run(arguments, {std::cout, std::cerr});

@@ -5,9 +5,9 @@
 
 namespace brimvale {
 
-void fatalError(std::string_view message, std::source_location where) {
+void fatalError(std::string_view message, SourceLocation where) {
     std::fprintf(stderr, "brimvale: fatal error: %.*s (%s:%u)\n", static_cast<int>(message.size()),
-                 message.data(), where.file_name(), static_cast<unsigned>(where.line()));
+                 message.data(), where.file, where.line);
     std::fflush(stderr);
     std::abort();
 }

@@ -128,11 +128,11 @@ std::string iso8601UTCNow() {
     return text;
 }
 
-void log(std::string_view message, std::source_location where) {
+void log(std::string_view message, SourceLocation where) {
     std::string suffix = " \u2014 ";
-    suffix += baseName(where.file_name());
+    suffix += baseName(where.file);
     suffix += ':';
-    suffix += std::to_string(where.line());
+    suffix += std::to_string(where.line);
 
     std::string line;
     line.reserve(message.size() + suffix.size());

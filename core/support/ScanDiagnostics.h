@@ -1,7 +1,7 @@
 #pragma once
 
 #include <functional>
-#include <source_location>
+#include "core/support/SourceLocation.h"
 #include <string>
 #include <string_view>
 
@@ -21,7 +21,7 @@ void setSubsystem(std::string identifier);
 // True only when BRIMVALE_SCAN_DEBUG is present and equal to "1"; read on every call.
 bool stdoutEnabled();
 
-void log(std::string_view message, std::source_location where = std::source_location::current());
+void log(std::string_view message, SourceLocation where = SourceLocation::current());
 
 // Waits until every standard-error line queued so far has been written.
 void waitForPendingWrites();

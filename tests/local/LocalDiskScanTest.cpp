@@ -1,4 +1,5 @@
 #include "core/local/LocalDiskAdapter.h"
+#include "core/local/PosixDirectoryReader.h"
 #include "core/local/VolumeSpace.h"
 #include "core/support/LoopMainQueue.h"
 #include "core/support/Task.h"
@@ -8,9 +9,12 @@
 
 #include <gtest/gtest.h>
 
+#include <cerrno>
+#include <cstring>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <thread>
+#include <unistd.h>
 
 namespace brimvale {
 namespace {
@@ -162,6 +166,20 @@ TEST(LocalDiskScan, HugeFoldersAndVeryDeepChains) {
     EXPECT_GT(bottom.size(), 0);
     EXPECT_EQ(bottom.path().size(), logical(tree.location("deep")).size() + 5'000 * 2 + 11);
     EXPECT_EQ(findNode(*root, "deep")->size(), bottom.size());
+
+    // A worker that does not hold the parent open opens such a folder piece by piece.
+    std::string location = tree.location("deep");
+    for (int level = 0; level < 5'000; ++level) {
+        location += "/d";
+    }
+    const int descriptor = openFolderForReading(-1, {}, location);
+    EXPECT_GE(descriptor, 0) << std::strerror(errno);
+    struct stat opened {};
+    EXPECT_EQ(::fstat(descriptor, &opened), 0);
+    EXPECT_TRUE(S_ISDIR(opened.st_mode));
+    ::close(descriptor);
+    EXPECT_LT(openFolderForReading(-1, {}, location + "/bottom.bin"), 0);
+    EXPECT_EQ(errno, ENOTDIR);
 }
 
 TEST(LocalDiskScan, RescanReusesUnchangedNodesAndDropsWhatIsGone) {

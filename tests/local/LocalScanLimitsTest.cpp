@@ -12,6 +12,7 @@
 #include <atomic>
 #include <condition_variable>
 #include <dirent.h>
+#include <filesystem>
 #include <future>
 #include <mutex>
 #include <thread>
@@ -37,8 +38,8 @@ public:
     FolderReadOutcome read(const FolderReadRequest& request, DirEntrySink& sink) override {
         if (endsWith(request.location, "/slow")) {
             struct Trickle final : DirEntrySink {
-                explicit Trickle(DirEntrySink& inner)
-                    : inner(inner) {}
+                explicit Trickle(DirEntrySink& wrapped)
+                    : inner(wrapped) {}
                 void addEntry(const DirEntry& entry) override {
                     std::this_thread::sleep_for(std::chrono::milliseconds(3));
                     inner.addEntry(entry);
@@ -198,8 +199,17 @@ TEST(LocalScanLimits, QuietPrefixesMatchWholeComponents) {
 }
 
 // Runs `arguments` as the unprivileged user nobody when this process is root (CI), else as is.
-testing::ProgramResult runAsOrdinaryUser(std::vector<std::string> arguments) {
+// The program is copied into `tree` first: the build folder may lie where nobody cannot go.
+testing::ProgramResult runAsOrdinaryUser(TemporaryTree& tree, std::vector<std::string> arguments) {
     if (::geteuid() == 0) {
+        const std::string program = arguments.front();
+        const std::string copy =
+            tree.location("programs/" + program.substr(program.rfind('/') + 1));
+        tree.folder("programs");
+        std::filesystem::copy_file(program, copy,
+                                   std::filesystem::copy_options::overwrite_existing);
+        tree.setMode(copy.substr(tree.root().size() + 1), 0755);
+        arguments.front() = copy;
         arguments.insert(arguments.begin(),
                          {"setpriv", "--reuid=nobody", "--regid=nogroup", "--clear-groups"});
     }
@@ -218,7 +228,7 @@ TEST(LocalScanLimits, UnreadableFoldersOfAnOrdinaryUser) {
 
     const std::string quiet = tree.location("system/area").substr(1);
     const auto probe =
-        runAsOrdinaryUser({BRIMVALE_LOCAL_SCAN_PROBE, tree.root(), "--quiet", quiet});
+        runAsOrdinaryUser(tree, {BRIMVALE_LOCAL_SCAN_PROBE, tree.root(), "--quiet", quiet});
     ASSERT_EQ(probe.exitStatus, 0) << probe.err;
     EXPECT_NE(probe.out.find("permission-prompts 2\n"), std::string::npos) << probe.out;
     EXPECT_NE(probe.out.find("skipped 0 " + tree.location("locked") + "\tPermission denied\n"),
@@ -237,7 +247,7 @@ TEST(LocalScanLimits, UnreadableFoldersOfAnOrdinaryUser) {
     EXPECT_EQ(probe.out.find("inside.bin"), std::string::npos);
 
     // The command line says the same to a person, and still succeeds.
-    const auto cli = runAsOrdinaryUser({BRIMVALE_CLI_PROGRAM, "scan", tree.root()});
+    const auto cli = runAsOrdinaryUser(tree, {BRIMVALE_CLI_PROGRAM, "scan", tree.root()});
     EXPECT_EQ(cli.exitStatus, 0) << cli.err;
     EXPECT_NE(cli.err.find("3 folders could not be read"), std::string::npos) << cli.err;
     EXPECT_NE(cli.err.find("  " + tree.location("locked") + ": Permission denied\n"),

@@ -39,7 +39,10 @@ CacheSnapshot snapshotForCache(const FileNode& root) {
     CacheSnapshot snapshot;
     snapshot.rootPath = root.path();
     snapshot.rootName = std::string(root.name());
-    const auto capacity = static_cast<std::size_t>(std::max<std::int64_t>(estimatedTreeSize(root), 0));
+    // The hint can overshoot a wide tree many times over (19.7 million for a tree of 1.09
+    // million nodes in the benchmark); a count of the tree bounds it.
+    const auto capacity = static_cast<std::size_t>(
+        std::clamp<std::int64_t>(estimatedTreeSize(root), 0, root.subtreeNodeCount()));
     snapshot.names.reserve(capacity);
     snapshot.parents.reserve(capacity);
     snapshot.isDirs.reserve(capacity);

@@ -15,6 +15,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <memory>
+#include <thread>
 
 namespace brimvale {
 
@@ -31,6 +32,10 @@ constexpr std::size_t kLzvnMinInput = 8;
 constexpr std::uint64_t kMaxReservedRatio = 64;
 // The match finder works on segments of at most this size (its positions are 32-bit).
 constexpr std::size_t kSegmentSize = std::size_t{1} << 30;
+// Large inputs are cut into this many bytes or more per core and compressed side by side; each
+// piece becomes blocks of its own, which costs a fraction of a percent of ratio at this size.
+constexpr std::size_t kParallelPieceMinSize = std::size_t{8} << 20;
+constexpr unsigned kMaxCompressionThreads = 4;
 
 void appendSegment(std::span<const std::uint8_t> segment, std::vector<std::uint8_t>& out) {
     if (segment.size() < kLzvnMinInput) {
@@ -116,8 +121,30 @@ std::vector<std::uint8_t> lzfseCompress(std::span<const std::uint8_t> input) {
     if (input.empty()) {
         appendRawBlock(input, out);
     }
-    for (std::size_t offset = 0; offset < input.size(); offset += kSegmentSize) {
-        appendSegment(input.subspan(offset, std::min(kSegmentSize, input.size() - offset)), out);
+    const unsigned pieces = static_cast<unsigned>(std::min<std::size_t>(
+        {std::max(1u, std::thread::hardware_concurrency()), kMaxCompressionThreads,
+         std::max<std::size_t>(1, input.size() / kParallelPieceMinSize)}));
+    if (pieces > 1 && input.size() <= kSegmentSize) {
+        const std::size_t pieceSize = (input.size() + pieces - 1) / pieces;
+        std::vector<std::vector<std::uint8_t>> compressed(pieces);
+        std::vector<std::thread> workers;
+        for (unsigned piece = 1; piece < pieces; ++piece) {
+            workers.emplace_back([&, piece] {
+                const std::size_t offset = piece * pieceSize;
+                appendSegment(input.subspan(offset, std::min(pieceSize, input.size() - offset)), compressed[piece]);
+            });
+        }
+        appendSegment(input.first(pieceSize), out);
+        for (auto& worker : workers) {
+            worker.join();
+        }
+        for (unsigned piece = 1; piece < pieces; ++piece) {
+            out.insert(out.end(), compressed[piece].begin(), compressed[piece].end());
+        }
+    } else {
+        for (std::size_t offset = 0; offset < input.size(); offset += kSegmentSize) {
+            appendSegment(input.subspan(offset, std::min(kSegmentSize, input.size() - offset)), out);
+        }
     }
     const std::size_t end = out.size();
     out.resize(end + 4);

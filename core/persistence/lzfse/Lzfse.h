@@ -7,7 +7,8 @@
 
 // LZFSE compression of scan caches. Streams written here are standard LZFSE streams (LZFSE v2,
 // LZVN and raw blocks); the decoder reads every block kind an LZFSE stream may contain.
-// Both functions are pure: they may be called from any thread at the same time.
+// Both functions are pure: they may be called from any thread at the same time. Inputs of
+// 16 MiB and more are compressed in pieces on up to four threads.
 
 namespace brimvale {
 
