@@ -4,12 +4,12 @@
 // subfolders of 10 files each (about 1.09 million nodes), names like real ones with many repeats,
 // paths of about 60 characters, sizes with many ties. Deterministic: every run builds the same.
 
+#include "core/model/FileNode.h"
+
 #include <array>
 #include <cstdint>
 #include <cstdio>
 #include <string>
-
-#include "core/model/FileNode.h"
 
 namespace brimvale::bench {
 
@@ -28,9 +28,9 @@ struct Random {
 inline const std::array<const char*, 12> kTopFolders = {
     "Documents", "Pictures", "Projects", "Music", "Downloads", "Videos",
     ".cache",    ".local",   "Desktop",  "src",   "Backups",   "node_modules"};
-inline const std::array<const char*, 16> kExtensions = {".jpg", ".png",  ".txt", ".pdf", ".cpp", ".h",
-                                                 ".js",  ".json", ".md",  ".mp3", ".mov", ".zip",
-                                                 ".o",   ".log",  ".py",  ".html"};
+inline const std::array<const char*, 16> kExtensions = {
+    ".jpg", ".png", ".txt", ".pdf", ".cpp", ".h",   ".js", ".json",
+    ".md",  ".mp3", ".mov", ".zip", ".o",   ".log", ".py", ".html"};
 
 inline std::string fileName(Random& random, int index) {
     char name[64];

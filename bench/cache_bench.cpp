@@ -1,22 +1,21 @@
 // Saves and loads the scan cache of the shared disk-like tree (about 1.09 million nodes) and
 // prints one figure per line as "name: value unit". The load runs in a fresh process so its
 // peak memory is its own. Run the release build: build/release/bench/cache_bench
-#include <spawn.h>
-#include <sys/wait.h>
-#include <unistd.h>
+#include "bench/DiskLikeTree.h"
+#include "core/persistence/cache/CacheRecord.h"
+#include "core/persistence/cache/CacheSnapshot.h"
+#include "core/persistence/cache/ScanCache.h"
+#include "core/support/HeapTuning.h"
 
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <spawn.h>
 #include <string>
-
-#include "core/support/HeapTuning.h"
-#include "bench/DiskLikeTree.h"
-#include "core/persistence/cache/CacheRecord.h"
-#include "core/persistence/cache/CacheSnapshot.h"
-#include "core/persistence/cache/ScanCache.h"
+#include <sys/wait.h>
+#include <unistd.h>
 
 extern char** environ;
 
@@ -60,11 +59,13 @@ int loadOnly(const std::string& directory) {
     const long treeKilobytes = statusKilobytes("VmRSS") - baseline;
     const long peakKilobytes = statusKilobytes("VmHWM") - baseline;
     std::printf("cache.load_1m_s: %.3f s\n", loadSeconds);
-    std::printf("cache.loaded_nodes: %lld nodes\n", static_cast<long long>((*root)->subtreeNodeCount()));
+    std::printf("cache.loaded_nodes: %lld nodes\n",
+                static_cast<long long>((*root)->subtreeNodeCount()));
     std::printf("cache.load_peak_mb: %.1f MB\n", static_cast<double>(peakKilobytes) / 1024.0);
     std::printf("cache.loaded_tree_mb: %.1f MB\n", static_cast<double>(treeKilobytes) / 1024.0);
     std::printf("cache.load_peak_vs_tree: %.2f x\n",
-                static_cast<double>(peakKilobytes) / static_cast<double>(std::max(treeKilobytes, 1L)));
+                static_cast<double>(peakKilobytes) /
+                    static_cast<double>(std::max(treeKilobytes, 1L)));
     return 0;
 }
 
@@ -104,7 +105,8 @@ int main(int argc, char** argv) {
     std::fflush(stdout);
 
     root.reset();
-    char* childArguments[] = {argv[0], const_cast<char*>("--load"), const_cast<char*>(directory.c_str()), nullptr};
+    char* childArguments[] = {argv[0], const_cast<char*>("--load"),
+                              const_cast<char*>(directory.c_str()), nullptr};
     pid_t child = 0;
     int status = 1;
     if (posix_spawn(&child, "/proc/self/exe", nullptr, nullptr, childArguments, environ) == 0) {

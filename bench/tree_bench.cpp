@@ -1,9 +1,9 @@
 // Builds a tree shaped like a real disk (100,000 folders of 10 files, paths of about 60
 // characters), then sorts, rolls up, relinks, flattens and frees it, printing one figure per
 // line as "name: value unit". Run the release build: build/release/bench/tree_bench
-#include "core/support/HeapTuning.h"
 #include "bench/DiskLikeTree.h"
 #include "core/model/FileNode.h"
+#include "core/support/HeapTuning.h"
 
 #include <chrono>
 #include <cstdint>

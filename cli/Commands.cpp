@@ -1,5 +1,7 @@
 #include "cli/Commands.h"
 
+#include "cli/CacheCommand.h"
+#include "cli/LzfseCommand.h"
 #include "cli/RemotesCommand.h"
 #include "cli/ScanCommand.h"
 #include "cli/VolumesCommand.h"
@@ -50,10 +52,8 @@ Command sizeCommand() {
 } // namespace
 
 std::vector<Command> allCommands() {
-    return {sizeCommand(),
-            remotesCommand(), lsCommand(),
-            scanCommand(),
-            volumesCommand()};
+    return {sizeCommand(),    remotesCommand(), lsCommand(),   scanCommand(),
+            volumesCommand(), cacheCommand(),   lzfseCommand()};
 }
 
 } // namespace brimvale::cli

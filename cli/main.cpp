@@ -1,6 +1,6 @@
-#include "core/support/HeapTuning.h"
 #include "cli/CommandLine.h"
 #include "cli/Commands.h"
+#include "core/support/HeapTuning.h"
 
 #include <iostream>
 #include <string>

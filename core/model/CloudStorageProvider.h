@@ -1,14 +1,14 @@
 #pragma once
 
+#include "core/model/FileNode.h"
+#include "core/model/ScanProgress.h"
+
 #include <cstdint>
 #include <functional>
 #include <optional>
 #include <stop_token>
 #include <string>
 #include <vector>
-
-#include "core/model/FileNode.h"
-#include "core/model/ScanProgress.h"
 
 namespace brimvale {
 
@@ -50,14 +50,15 @@ public:
     // Whether the account can be scanned.
     virtual bool isConfigured(std::stop_token stopToken) = 0;
     // The children of one directory, without recursion or merge into a tree.
-    virtual std::vector<FileNodeRef> listDirectory(const std::string& path, std::stop_token stopToken) = 0;
+    virtual std::vector<FileNodeRef> listDirectory(const std::string& path,
+                                                   std::stop_token stopToken) = 0;
     // A full scan; returns the root of the tree, sorted and with sizes rolled up.
     virtual FileNodeRef scan(const ScanParameters& parameters) = 0;
     // The node's page in the provider's web interface, when there is one.
     virtual std::optional<std::string> webURL(const FileNode& node) const = 0;
     // Bytes in use where the provider can tell cheaply (the local volume's used space).
-    virtual std::optional<std::int64_t> totalOccupiedBytesForScanPath(const std::string& path,
-                                                                       std::stop_token stopToken) = 0;
+    virtual std::optional<std::int64_t>
+    totalOccupiedBytesForScanPath(const std::string& path, std::stop_token stopToken) = 0;
 };
 
 } // namespace brimvale

@@ -1,7 +1,8 @@
 #pragma once
 
-#include <cstdint>
 #include "core/support/SourceLocation.h"
+
+#include <cstdint>
 #include <string_view>
 
 namespace brimvale {

@@ -1,13 +1,12 @@
 #include "core/support/FileBytes.h"
 
+#include "core/support/UniqueFd.h"
+
 #include <cerrno>
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
-
 #include <system_error>
-
-#include "core/support/UniqueFd.h"
+#include <unistd.h>
 
 namespace brimvale {
 namespace {
@@ -102,7 +101,8 @@ void writeFileAtomically(const std::string& path, std::span<const std::uint8_t> 
         ::unlink(temporaryPath.c_str());
         throw;
     }
-    if (const UniqueFd directory(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)); directory.valid()) {
+    if (const UniqueFd directory(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+        directory.valid()) {
         ::fsync(directory.get()); // makes the rename itself durable
     }
 }

@@ -1,10 +1,9 @@
 #pragma once
 
-#include <sys/types.h>
-
 #include <cstdint>
 #include <span>
 #include <string>
+#include <sys/types.h>
 #include <vector>
 
 namespace brimvale {
@@ -23,6 +22,7 @@ FileBytes readFileBytes(const std::string& path);
 // Replaces `path` with `data` atomically: written to a temporary file beside it, flushed to disk,
 // then renamed over it. A failure at any point leaves the previous file as it was and no
 // temporary file behind. The file gets exactly `mode` (0600: readable by the user only).
-void writeFileAtomically(const std::string& path, std::span<const std::uint8_t> data, mode_t mode = 0600);
+void writeFileAtomically(const std::string& path, std::span<const std::uint8_t> data,
+                         mode_t mode = 0600);
 
 } // namespace brimvale

@@ -1,10 +1,9 @@
 #include "core/support/HeapTuning.h"
 
-#include <unistd.h>
-
 #include <cstdlib>
 #include <string>
 #include <string_view>
+#include <unistd.h>
 
 namespace brimvale {
 
@@ -12,10 +11,12 @@ void adoptHugePageHeap(char** argv) {
     constexpr std::string_view kTunable = "glibc.malloc.hugetlb";
     const char* tunables = std::getenv("GLIBC_TUNABLES");
     if (std::getenv("BRIMVALE_NO_HEAP_TUNING") != nullptr ||
-        (tunables != nullptr && std::string_view(tunables).find(kTunable) != std::string_view::npos)) {
+        (tunables != nullptr &&
+         std::string_view(tunables).find(kTunable) != std::string_view::npos)) {
         return;
     }
-    std::string value = tunables != nullptr && tunables[0] != '\0' ? std::string(tunables) + ":" : std::string();
+    std::string value =
+        tunables != nullptr && tunables[0] != '\0' ? std::string(tunables) + ":" : std::string();
     value += std::string(kTunable) + "=1";
     if (::setenv("GLIBC_TUNABLES", value.c_str(), 1) != 0) {
         return;

@@ -1,7 +1,8 @@
 #pragma once
 
-#include <functional>
 #include "core/support/SourceLocation.h"
+
+#include <functional>
 #include <string>
 #include <string_view>
 

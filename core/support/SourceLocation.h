@@ -8,7 +8,8 @@ struct SourceLocation {
     const char* file = "";
     unsigned line = 0;
 
-    static constexpr SourceLocation current(const char* file = __builtin_FILE(), unsigned line = __builtin_LINE()) {
+    static constexpr SourceLocation current(const char* file = __builtin_FILE(),
+                                            unsigned line = __builtin_LINE()) {
         return SourceLocation{file, line};
     }
 };

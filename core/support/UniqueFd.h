@@ -1,7 +1,6 @@
 #pragma once
 
 #include <unistd.h>
-
 #include <utility>
 
 namespace brimvale {
@@ -10,8 +9,10 @@ namespace brimvale {
 class UniqueFd {
 public:
     UniqueFd() = default;
-    explicit UniqueFd(int descriptor) : descriptor_(descriptor) {}
-    UniqueFd(UniqueFd&& other) noexcept : descriptor_(other.release()) {}
+    explicit UniqueFd(int descriptor)
+        : descriptor_(descriptor) {}
+    UniqueFd(UniqueFd&& other) noexcept
+        : descriptor_(other.release()) {}
     UniqueFd& operator=(UniqueFd&& other) noexcept {
         reset(other.release());
         return *this;

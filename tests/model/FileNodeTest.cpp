@@ -69,7 +69,8 @@ TEST(FileNode, PathsKeepEveryShapeTheyWereMadeWith) {
     }
     // Long names and names with odd bytes stay byte for byte.
     const std::string longName(300, 'n');
-    const std::string oddName = "bad\xff\xfe" "name\n";
+    const std::string oddName = "bad\xff\xfe"
+                                "name\n";
     EXPECT_EQ(FileNode::make({.name = longName, .path = "/d/" + longName})->path(),
               "/d/" + longName);
     EXPECT_EQ(FileNode::make({.name = oddName, .path = "d/" + oddName})->name(), oddName);

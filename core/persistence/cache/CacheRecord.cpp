@@ -1,14 +1,14 @@
 #include "core/persistence/cache/CacheRecord.h"
 
-#include <algorithm>
-#include <string_view>
-
 #include "core/persistence/bplist/BinaryPlistColumns.h"
 #include "core/persistence/bplist/BinaryPlistReader.h"
 #include "core/persistence/bplist/BinaryPlistWriter.h"
 #include "core/persistence/cache/LegacyCacheReader.h"
 #include "core/persistence/lzfse/Lzfse.h"
 #include "core/support/CorruptDataError.h"
+
+#include <algorithm>
+#include <string_view>
 
 namespace brimvale {
 namespace {
@@ -62,7 +62,8 @@ std::optional<std::vector<std::uint8_t>> encodeCacheSnapshot(const CacheSnapshot
 CacheSnapshot decodeCacheSnapshot(std::span<const std::uint8_t> propertyList) {
     // Shared strings let a small record stand for huge columns; real records decode to a few
     // times their size, so a bound in proportion to the input keeps hostile files in check.
-    const std::uint64_t decodedLimit = std::max<std::uint64_t>(std::uint64_t{64} << 20, std::uint64_t{16} * propertyList.size());
+    const std::uint64_t decodedLimit =
+        std::max<std::uint64_t>(std::uint64_t{64} << 20, std::uint64_t{16} * propertyList.size());
     const BinaryPlistReader reader(propertyList, PlistReadLimits{.maxDecodedBytes = decodedLimit});
     const PlistRef top = reader.topObject();
     if (reader.kind(top) != PlistKind::Dictionary) {
@@ -82,11 +83,12 @@ CacheSnapshot decodeCacheSnapshot(std::span<const std::uint8_t> propertyList) {
     return snapshot;
 }
 
-std::optional<FileNodeRef> rebuildTree(const CacheSnapshot& snapshot, const std::function<void(double)>& onProgress) {
+std::optional<FileNodeRef> rebuildTree(const CacheSnapshot& snapshot,
+                                       const std::function<void(double)>& onProgress) {
     const std::size_t count = snapshot.names.size();
     if (count == 0 || snapshot.parents.size() != count || snapshot.isDirs.size() != count ||
-        snapshot.sizes.size() != count || snapshot.modTimes.size() != count || snapshot.pids.size() != count ||
-        snapshot.mimes.size() != count) {
+        snapshot.sizes.size() != count || snapshot.modTimes.size() != count ||
+        snapshot.pids.size() != count || snapshot.mimes.size() != count) {
         return std::nullopt;
     }
     const std::size_t stride = count < 20 ? 1 : count / 20;
@@ -111,13 +113,15 @@ std::optional<FileNodeRef> rebuildTree(const CacheSnapshot& snapshot, const std:
     const SharedTextRef rootPath = SharedText::make(snapshot.rootPath);
     for (std::size_t index = 0; index < count; ++index) {
         if (index % stride == 0) {
-            report(onProgress, 0.5 + 0.35 * static_cast<double>(index) / static_cast<double>(count));
+            report(onProgress,
+                   0.5 + 0.35 * static_cast<double>(index) / static_cast<double>(count));
         }
         const double modified = snapshot.modTimes[index];
-        FileNodeFields fields{.name = snapshot.names[index],
-                              .isDirectory = snapshot.isDirs[index] != 0,
-                              .size = snapshot.sizes[index],
-                              .modifiedDate = modified == 0.0 ? std::nullopt : std::optional<Date>(Date{modified})};
+        FileNodeFields fields{
+            .name = snapshot.names[index],
+            .isDirectory = snapshot.isDirs[index] != 0,
+            .size = snapshot.sizes[index],
+            .modifiedDate = modified == 0.0 ? std::nullopt : std::optional<Date>(Date{modified})};
         if (!snapshot.pids[index].empty()) {
             fields.providerID = snapshot.pids[index];
         }
@@ -145,7 +149,8 @@ std::optional<FileNodeRef> rebuildTree(const CacheSnapshot& snapshot, const std:
     return nodes.front();
 }
 
-std::optional<FileNodeRef> decodeCacheNode(std::span<const std::uint8_t> data, const std::function<void(double)>& onProgress) {
+std::optional<FileNodeRef> decodeCacheNode(std::span<const std::uint8_t> data,
+                                           const std::function<void(double)>& onProgress) {
     std::vector<std::uint8_t> decompressed;
     std::span<const std::uint8_t> propertyList = data;
     try {

@@ -1,13 +1,13 @@
 #pragma once
 
+#include "core/model/FileNode.h"
+#include "core/persistence/cache/CacheSnapshot.h"
+
 #include <cstdint>
 #include <functional>
 #include <optional>
 #include <span>
 #include <vector>
-
-#include "core/model/FileNode.h"
-#include "core/persistence/cache/CacheSnapshot.h"
 
 namespace brimvale {
 

@@ -1,9 +1,9 @@
 #include "core/persistence/cache/CacheSnapshot.h"
 
+#include "core/support/FatalError.h"
+
 #include <algorithm>
 #include <limits>
-
-#include "core/support/FatalError.h"
 
 namespace brimvale {
 namespace {
@@ -32,7 +32,8 @@ std::int64_t estimatedTreeSize(const FileNode& root) {
         return add(add(1, childCount), checkedMultiply(3, grandchildCount));
     }
     const std::int64_t fanOut = std::max<std::int64_t>(grandchildCount / childCount, 1);
-    return add(add(add(1, childCount), grandchildCount), checkedMultiply(checkedMultiply(2, grandchildCount), fanOut));
+    return add(add(add(1, childCount), grandchildCount),
+               checkedMultiply(checkedMultiply(2, grandchildCount), fanOut));
 }
 
 CacheSnapshot snapshotForCache(const FileNode& root) {

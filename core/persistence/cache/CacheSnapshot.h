@@ -1,10 +1,10 @@
 #pragma once
 
+#include "core/model/FileNode.h"
+
 #include <cstdint>
 #include <string>
 #include <vector>
-
-#include "core/model/FileNode.h"
 
 namespace brimvale {
 
@@ -17,7 +17,7 @@ struct CacheSnapshot {
     std::vector<std::int32_t> parents; // index of each node's parent; -1 for the root
     std::vector<std::uint8_t> isDirs;  // 0 or 1
     std::vector<std::int64_t> sizes;
-    std::vector<double> modTimes; // seconds since 2001-01-01 00:00:00 UTC; 0.0 for none
+    std::vector<double> modTimes;   // seconds since 2001-01-01 00:00:00 UTC; 0.0 for none
     std::vector<std::string> pids;  // provider ids; "" for none
     std::vector<std::string> mimes; // MIME types; "" for none
 

@@ -1,9 +1,9 @@
 #pragma once
 
+#include "core/model/FileNode.h"
+
 #include <optional>
 #include <span>
-
-#include "core/model/FileNode.h"
 
 namespace brimvale {
 

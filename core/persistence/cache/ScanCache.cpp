@@ -10,9 +10,8 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
-
 #include <system_error>
+#include <unistd.h>
 
 namespace brimvale {
 namespace {
@@ -75,7 +74,8 @@ std::string ScanCache::defaultDirectory() {
     return "/tmp/Brimvale-" + std::to_string(::getuid());
 }
 
-ScanCache::ScanCache(std::string directory) : directory_(std::move(directory)) {
+ScanCache::ScanCache(std::string directory)
+    : directory_(std::move(directory)) {
     while (directory_.size() > 1 && directory_.back() == '/') {
         directory_.pop_back();
     }
@@ -118,7 +118,8 @@ std::optional<ScanCache::LoadedData> ScanCache::loadData(std::string_view stem) 
     for (const auto suffix : {kCurrentSuffix, kLegacySuffix}) {
         try {
             auto file = readFileBytes(pathFor(stem, suffix));
-            return LoadedData{std::move(file.bytes), Date::fromUnixSeconds(file.modifiedUnixSeconds)};
+            return LoadedData{std::move(file.bytes),
+                              Date::fromUnixSeconds(file.modifiedUnixSeconds)};
         } catch (const std::system_error&) {
         }
     }

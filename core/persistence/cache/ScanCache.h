@@ -1,5 +1,7 @@
 #pragma once
 
+#include "core/model/Date.h"
+
 #include <cstdint>
 #include <mutex>
 #include <optional>
@@ -7,8 +9,6 @@
 #include <string>
 #include <string_view>
 #include <vector>
-
-#include "core/model/Date.h"
 
 namespace brimvale {
 

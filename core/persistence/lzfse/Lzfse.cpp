@@ -131,7 +131,8 @@ std::vector<std::uint8_t> lzfseCompress(std::span<const std::uint8_t> input) {
         for (unsigned piece = 1; piece < pieces; ++piece) {
             workers.emplace_back([&, piece] {
                 const std::size_t offset = piece * pieceSize;
-                appendSegment(input.subspan(offset, std::min(pieceSize, input.size() - offset)), compressed[piece]);
+                appendSegment(input.subspan(offset, std::min(pieceSize, input.size() - offset)),
+                              compressed[piece]);
             });
         }
         appendSegment(input.first(pieceSize), out);
@@ -143,7 +144,8 @@ std::vector<std::uint8_t> lzfseCompress(std::span<const std::uint8_t> input) {
         }
     } else {
         for (std::size_t offset = 0; offset < input.size(); offset += kSegmentSize) {
-            appendSegment(input.subspan(offset, std::min(kSegmentSize, input.size() - offset)), out);
+            appendSegment(input.subspan(offset, std::min(kSegmentSize, input.size() - offset)),
+                          out);
         }
     }
     const std::size_t end = out.size();

@@ -1,3 +1,10 @@
+#include "core/persistence/cache/CacheRecord.h"
+
+#include "core/persistence/bplist/BinaryPlistWriter.h"
+#include "core/persistence/cache/CacheSnapshot.h"
+#include "core/persistence/lzfse/Lzfse.h"
+#include "tests/support/TreeBuilders.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -5,16 +12,12 @@
 #include <string>
 #include <vector>
 
-#include "core/persistence/bplist/BinaryPlistWriter.h"
-#include "core/persistence/cache/CacheRecord.h"
-#include "core/persistence/cache/CacheSnapshot.h"
-#include "core/persistence/lzfse/Lzfse.h"
-#include "tests/support/TreeBuilders.h"
-
 namespace brimvale {
 namespace {
 
-std::vector<std::uint8_t> bytesOf(std::string_view text) { return {text.begin(), text.end()}; }
+std::vector<std::uint8_t> bytesOf(std::string_view text) {
+    return {text.begin(), text.end()};
+}
 
 FileNodeRef sampleTree() {
     auto photo = FileNode::make({.name = "Ferien 2023 — Strand.jpg",
@@ -23,11 +26,18 @@ FileNodeRef sampleTree() {
                                  .modifiedDate = Date{7.2e8},
                                  .providerID = "1AbCdEf",
                                  .mimeType = "image/jpeg"});
-    auto emptyID = FileNode::make({.name = "notes.txt", .path = "/Pictures/notes.txt", .size = 12, .providerID = ""});
-    auto pictures = FileNode::make(
-        {.name = "Pictures", .path = "/Pictures", .isDirectory = true, .size = 3'500'012, .children = {emptyID, photo}});
+    auto emptyID = FileNode::make(
+        {.name = "notes.txt", .path = "/Pictures/notes.txt", .size = 12, .providerID = ""});
+    auto pictures = FileNode::make({.name = "Pictures",
+                                    .path = "/Pictures",
+                                    .isDirectory = true,
+                                    .size = 3'500'012,
+                                    .children = {emptyID, photo}});
     auto emptyFolder = FileNode::make({.name = "Empty", .path = "/Empty", .isDirectory = true});
-    auto root = FileNode::make({.name = "My Drive", .path = "/", .isDirectory = true, .size = 3'500'012,
+    auto root = FileNode::make({.name = "My Drive",
+                                .path = "/",
+                                .isDirectory = true,
+                                .size = 3'500'012,
                                 .children = {emptyFolder, pictures}});
     return root;
 }
@@ -36,8 +46,8 @@ TEST(CacheRecord, RoundTripKeepsEveryFieldAndRebuildsPathsOrderAndLinks) {
     const auto root = sampleTree();
     const auto snapshot = snapshotForCache(*root);
     // Pre-order with children in stored order.
-    EXPECT_EQ(snapshot.names, (std::vector<std::string>{"My Drive", "Empty", "Pictures", "notes.txt",
-                                                        "Ferien 2023 — Strand.jpg"}));
+    EXPECT_EQ(snapshot.names, (std::vector<std::string>{"My Drive", "Empty", "Pictures",
+                                                        "notes.txt", "Ferien 2023 — Strand.jpg"}));
     EXPECT_EQ(snapshot.parents, (std::vector<std::int32_t>{-1, 0, 0, 2, 2}));
     EXPECT_EQ(snapshot.pids[4], "1AbCdEf");
     EXPECT_EQ(snapshot.modTimes[0], 0.0);
@@ -45,7 +55,8 @@ TEST(CacheRecord, RoundTripKeepsEveryFieldAndRebuildsPathsOrderAndLinks) {
     const auto bytes = encodeCacheSnapshot(snapshot);
     ASSERT_TRUE(bytes);
     std::vector<double> progress;
-    const auto decoded = decodeCacheNode(*bytes, [&](double fraction) { progress.push_back(fraction); });
+    const auto decoded =
+        decodeCacheNode(*bytes, [&](double fraction) { progress.push_back(fraction); });
     ASSERT_TRUE(decoded);
     const FileNodeRef& back = *decoded;
     EXPECT_EQ(back->path(), "/");
@@ -125,7 +136,8 @@ TEST(CacheRecord, DamagedRecordsGiveNoTreeNeverACrash) {
     EXPECT_FALSE(decodeCacheNode({}));
     EXPECT_FALSE(decodeCacheNode(bytesOf("not a cache at all")));
     EXPECT_FALSE(decodeCacheNode(bytesOf("bplist00")));
-    for (std::size_t length = 0; length < good.size(); length += std::max<std::size_t>(1, good.size() / 97)) {
+    for (std::size_t length = 0; length < good.size();
+         length += std::max<std::size_t>(1, good.size() / 97)) {
         EXPECT_FALSE(decodeCacheNode(std::span(good).first(length))) << length;
     }
     for (std::size_t position = 0; position < good.size(); ++position) {
@@ -134,8 +146,15 @@ TEST(CacheRecord, DamagedRecordsGiveNoTreeNeverACrash) {
         (void)decodeCacheNode(flipped); // must not crash; a tree may or may not come back
     }
 
-    CacheSnapshot uneven{.rootPath = "/", .rootName = "r", .names = {"r", "a"}, .parents = {-1},
-                         .isDirs = {1, 0}, .sizes = {1, 1}, .modTimes = {0, 0}, .pids = {"", ""}, .mimes = {"", ""}};
+    CacheSnapshot uneven{.rootPath = "/",
+                         .rootName = "r",
+                         .names = {"r", "a"},
+                         .parents = {-1},
+                         .isDirs = {1, 0},
+                         .sizes = {1, 1},
+                         .modTimes = {0, 0},
+                         .pids = {"", ""},
+                         .mimes = {"", ""}};
     EXPECT_FALSE(rebuildTree(uneven));
     EXPECT_FALSE(rebuildTree(CacheSnapshot{}));
 
@@ -156,7 +175,8 @@ TEST(CacheRecord, DamagedRecordsGiveNoTreeNeverACrash) {
 }
 
 TEST(CacheRecord, LegacyJsonIsReadWithFractionsAndRequiredKeys) {
-    const std::string legacy = R"({"name":"root","path":"/","isDirectory":true,"size":30,"fractionOfParent":0,
+    const std::string legacy =
+        R"({"name":"root","path":"/","isDirectory":true,"size":30,"fractionOfParent":0,
         "children":[
           {"name":"small","path":"/small","isDirectory":false,"size":10,"fractionOfParent":0.33,"children":[],
            "modifiedDate":12.5,"providerID":"p1","mimeType":"text/plain"},
@@ -173,15 +193,16 @@ TEST(CacheRecord, LegacyJsonIsReadWithFractionsAndRequiredKeys) {
     EXPECT_EQ(small->parent(), root->get());
     EXPECT_FALSE((*root)->children()[0]->modifiedDate());
 
-    for (const char* broken : {
-             R"({"name":"r","path":"/","isDirectory":true,"size":1,"children":[]})", // no fraction
-             R"({"name":"r","path":"/","isDirectory":true,"size":1.5,"fractionOfParent":0,"children":[]})",
-             R"({"name":"r","path":"/","isDirectory":"yes","size":1,"fractionOfParent":0,"children":[]})",
-             R"({"name":"r","path":"/","isDirectory":true,"size":1,"fractionOfParent":0,"children":[{}]})",
-             R"({"name":"r","path":"/","isDirectory":true,"size":18446744073709551615,"fractionOfParent":0,"children":[]})",
-             R"([1,2,3])",
-             R"({"name":"r")",
-         }) {
+    for (
+        const char* broken : {
+            R"({"name":"r","path":"/","isDirectory":true,"size":1,"children":[]})", // no fraction
+            R"({"name":"r","path":"/","isDirectory":true,"size":1.5,"fractionOfParent":0,"children":[]})",
+            R"({"name":"r","path":"/","isDirectory":"yes","size":1,"fractionOfParent":0,"children":[]})",
+            R"({"name":"r","path":"/","isDirectory":true,"size":1,"fractionOfParent":0,"children":[{}]})",
+            R"({"name":"r","path":"/","isDirectory":true,"size":18446744073709551615,"fractionOfParent":0,"children":[]})",
+            R"([1,2,3])",
+            R"({"name":"r")",
+        }) {
         EXPECT_FALSE(decodeCacheNode(bytesOf(broken))) << broken;
     }
 
@@ -189,7 +210,8 @@ TEST(CacheRecord, LegacyJsonIsReadWithFractionsAndRequiredKeys) {
     std::string deep;
     constexpr int kDepth = 20'000;
     for (int level = 0; level < kDepth; ++level) {
-        deep += R"({"name":"d","path":"d","isDirectory":true,"size":0,"fractionOfParent":0,"children":[)";
+        deep +=
+            R"({"name":"d","path":"d","isDirectory":true,"size":0,"fractionOfParent":0,"children":[)";
     }
     for (int level = 0; level < kDepth; ++level) {
         deep += "]}";
@@ -204,7 +226,8 @@ TEST(CacheRecord, CapacityHint) {
     using testing::folder;
     EXPECT_EQ(estimatedTreeSize(*folder("r", {})), 1);
     // n = 2 children, g = 3 grandchildren: 1 + 2 + 3 + 2*3*max(3/2, 1) = 12.
-    auto root = folder("r", {folder("a", {file("x", 1), file("y", 1)}), folder("b", {file("z", 1)})});
+    auto root =
+        folder("r", {folder("a", {file("x", 1), file("y", 1)}), folder("b", {file("z", 1)})});
     EXPECT_EQ(estimatedTreeSize(*root), 12);
 }
 

@@ -1,6 +1,10 @@
-#include <gtest/gtest.h>
+#include "core/persistence/cache/ScanCache.h"
+
+#include "core/persistence/cache/LocalScanCacheStem.h"
 
 #include <QTemporaryDir>
+#include <gtest/gtest.h>
+
 #include <csignal>
 #include <dirent.h>
 #include <fstream>
@@ -9,13 +13,12 @@
 #include <sys/stat.h>
 #include <thread>
 
-#include "core/persistence/cache/LocalScanCacheStem.h"
-#include "core/persistence/cache/ScanCache.h"
-
 namespace brimvale {
 namespace {
 
-std::vector<std::uint8_t> bytesOf(std::string_view text) { return {text.begin(), text.end()}; }
+std::vector<std::uint8_t> bytesOf(std::string_view text) {
+    return {text.begin(), text.end()};
+}
 
 std::string readFile(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
@@ -55,10 +58,14 @@ TEST_F(ScanCacheTest, WritesAtomicallyPrivatelyAndLogs) {
     struct stat info {};
     ASSERT_EQ(stat((directory_ + "/gdrive.cache").c_str(), &info), 0);
     EXPECT_EQ(info.st_mode & 0777, 0600u);
-    EXPECT_EQ(directoryEntries(directory_), (std::vector<std::string>{"cache.log", "gdrive.cache"}));
+    EXPECT_EQ(directoryEntries(directory_),
+              (std::vector<std::string>{"cache.log", "gdrive.cache"}));
 
     const std::string log = readFile(cache_.logPath());
-    EXPECT_TRUE(std::regex_match(log, std::regex(R"((\[\d{4}-\d\d-\d\d \d\d:\d\d:\d\d \+0000\] Saved \d+ bytes \xE2\x86\x92 gdrive\.cache\n){2})")))
+    EXPECT_TRUE(std::regex_match(
+        log,
+        std::regex(
+            R"((\[\d{4}-\d\d-\d\d \d\d:\d\d:\d\d \+0000\] Saved \d+ bytes \xE2\x86\x92 gdrive\.cache\n){2})")))
         << log;
 
     const auto loaded = cache_.loadData("gdrive");
@@ -87,7 +94,8 @@ TEST_F(ScanCacheTest, AFailedWriteKeepsThePreviousFileAndLeavesNothingBehind) {
 
     // A name that would escape the folder is refused, and only logged.
     cache_.write(bytesOf("x"), "../escape");
-    EXPECT_EQ(directoryEntries(temporary_.path().toStdString() + "/caches"), std::vector<std::string>{"Brimvale"});
+    EXPECT_EQ(directoryEntries(temporary_.path().toStdString() + "/caches"),
+              std::vector<std::string>{"Brimvale"});
     EXPECT_FALSE(cache_.loadData("../escape"));
 }
 
@@ -114,12 +122,13 @@ TEST_F(ScanCacheTest, LoadPrefersTheCurrentFormatAndFallsBackToLegacy) {
 }
 
 TEST_F(ScanCacheTest, ClearAllStemsRemovesOnlyMatchingCacheFiles) {
-    for (const char* name : {"local1.cache", "local1.json", "local1_home__me.cache", "local10.json", "local2.cache",
-                             "local1.txt", "xlocal1.cache"}) {
+    for (const char* name : {"local1.cache", "local1.json", "local1_home__me.cache", "local10.json",
+                             "local2.cache", "local1.txt", "xlocal1.cache"}) {
         writeFile(directory_ + "/" + name, "x");
     }
     cache_.clearAllStems("local1");
-    EXPECT_EQ(directoryEntries(directory_), (std::vector<std::string>{"local1.txt", "local2.cache", "xlocal1.cache"}));
+    EXPECT_EQ(directoryEntries(directory_),
+              (std::vector<std::string>{"local1.txt", "local2.cache", "xlocal1.cache"}));
 
     ScanCache missing(temporary_.path().toStdString() + "/file-not-folder");
     writeFile(temporary_.path().toStdString() + "/file-not-folder-x", "");
@@ -145,7 +154,8 @@ TEST_F(ScanCacheTest, ConcurrentWritersNeverMixTheirBytes) {
 }
 
 TEST(LocalScanCacheStem, StemsOfScanPaths) {
-    EXPECT_EQ(LocalScanCacheStem::stem("local1", "/Volumes/Backup/Photos"), "local1_Volumes__Backup__Photos");
+    EXPECT_EQ(LocalScanCacheStem::stem("local1", "/Volumes/Backup/Photos"),
+              "local1_Volumes__Backup__Photos");
     EXPECT_EQ(LocalScanCacheStem::stem("local1", "/"), "local1");
     EXPECT_EQ(LocalScanCacheStem::stem("local1", ""), "local1");
     EXPECT_EQ(LocalScanCacheStem::stem("local1", " \n/ \t"), "local1");

@@ -1,9 +1,9 @@
+#include "core/persistence/lzfse/Lzfse.h"
+
 #include <gtest/gtest.h>
 
 #include <string>
 #include <vector>
-
-#include "core/persistence/lzfse/Lzfse.h"
 
 namespace brimvale {
 namespace {
@@ -16,8 +16,8 @@ TEST(LzfseLargeInput, PiecesCompressedSideBySideFormOneStream) {
     std::uint32_t state = 12345;
     while (input.size() < (40u << 20) + 12345) {
         state = state * 1103515245u + 12345u;
-        const std::string line = "/home/user/Projects/p" + std::to_string(state % 977) + "/src/file" +
-                                 std::to_string(state % 131) + ".cpp\n";
+        const std::string line = "/home/user/Projects/p" + std::to_string(state % 977) +
+                                 "/src/file" + std::to_string(state % 131) + ".cpp\n";
         input.insert(input.end(), line.begin(), line.end());
     }
     const auto compressed = lzfseCompress(input);
