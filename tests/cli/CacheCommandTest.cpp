@@ -3,6 +3,7 @@
 #include "core/persistence/cache/CacheRecord.h"
 #include "core/persistence/lzfse/Lzfse.h"
 #include "core/support/FileBytes.h"
+#include "tests/support/CliRun.h"
 
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
@@ -13,18 +14,7 @@
 namespace brimvale::cli {
 namespace {
 
-struct Outcome {
-    int status;
-    std::string out;
-    std::string err;
-};
-
-Outcome runCli(std::vector<std::string> arguments) {
-    std::ostringstream out;
-    std::ostringstream err;
-    const int status = CommandLine(allCommands()).run(arguments, {out, err});
-    return {status, out.str(), err.str()};
-}
+using brimvale::testing::runCli;
 
 // A saved scan of a small drive, written the way the application saves it.
 std::string writeCacheFile(const QTemporaryDir& directory) {

@@ -2,6 +2,7 @@
 
 #include "cli/Commands.h"
 #include "core/support/Version.h"
+#include "tests/support/CliRun.h"
 
 #include <gtest/gtest.h>
 
@@ -12,19 +13,7 @@
 namespace brimvale::cli {
 namespace {
 
-struct Outcome {
-    int status;
-    std::string out;
-    std::string err;
-};
-
-Outcome runCli(std::vector<std::string> arguments) {
-    std::ostringstream out;
-    std::ostringstream err;
-    const CommandLine commandLine(allCommands());
-    const int status = commandLine.run(arguments, {out, err});
-    return {status, out.str(), err.str()};
-}
+using brimvale::testing::runCli;
 
 TEST(CommandLine, HelpVersionAndUsageErrors) {
     const auto help = runCli({"--help"});

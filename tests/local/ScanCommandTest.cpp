@@ -1,5 +1,6 @@
 #include "cli/CommandLine.h"
 #include "cli/Commands.h"
+#include "tests/support/CliRun.h"
 #include "tests/support/TemporaryTree.h"
 
 #include <gtest/gtest.h>
@@ -10,21 +11,9 @@
 namespace brimvale::cli {
 namespace {
 
+using brimvale::testing::runCli;
+
 using brimvale::testing::TemporaryTree;
-
-struct Outcome {
-    int status;
-    std::string out;
-    std::string err;
-};
-
-Outcome runCli(std::vector<std::string> arguments) {
-    std::ostringstream out;
-    std::ostringstream err;
-    const CommandLine commandLine(allCommands());
-    const int status = commandLine.run(arguments, {out, err});
-    return {status, out.str(), err.str()};
-}
 
 std::vector<std::string> linesOf(const std::string& text) {
     std::vector<std::string> lines;
