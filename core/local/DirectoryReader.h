@@ -1,6 +1,7 @@
 #pragma once
 
 #include "core/local/DirEntry.h"
+#include "core/support/UniqueFd.h"
 
 #include <stop_token>
 #include <string_view>
@@ -9,35 +10,8 @@
 
 namespace brimvale {
 
-// An open file descriptor of a folder, closed when the handle goes. Not copyable; one owner.
-class FolderDescriptor {
-public:
-    FolderDescriptor() = default;
-    explicit FolderDescriptor(int descriptor)
-        : descriptor_(descriptor) {}
-    FolderDescriptor(FolderDescriptor&& other) noexcept
-        : descriptor_(std::exchange(other.descriptor_, -1)) {}
-    FolderDescriptor& operator=(FolderDescriptor&& other) noexcept {
-        FolderDescriptor(std::move(other)).swap(*this);
-        return *this;
-    }
-    FolderDescriptor(const FolderDescriptor&) = delete;
-    FolderDescriptor& operator=(const FolderDescriptor&) = delete;
-    ~FolderDescriptor() {
-        if (descriptor_ >= 0) {
-            ::close(descriptor_);
-        }
-    }
-
-    int get() const { return descriptor_; }
-    bool isOpen() const { return descriptor_ >= 0; }
-    // Gives the descriptor up without closing it.
-    int release() { return std::exchange(descriptor_, -1); }
-    void swap(FolderDescriptor& other) noexcept { std::swap(descriptor_, other.descriptor_); }
-
-private:
-    int descriptor_ = -1;
-};
+// An open file descriptor of a folder, closed when the handle goes.
+using FolderDescriptor = UniqueFd;
 
 // Which folder to read and how.
 struct FolderReadRequest {

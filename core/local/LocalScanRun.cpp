@@ -415,7 +415,7 @@ void LocalScanRun::listFolder(DirectoryJob& job, Worker& worker, std::vector<Dir
     worker.location.append(job.path->view());
     FolderReadRequest request{
         .location = worker.location, .checkFileSystem = job.checkFileSystem, .keepOpen = true};
-    if (worker.openFolder.isOpen() && worker.openFolderNode == job.parent) {
+    if (worker.openFolder.valid() && worker.openFolderNode == job.parent) {
         request.parentDescriptor = worker.openFolder.get();
         request.name = job.folder->name();
     }
@@ -430,7 +430,7 @@ void LocalScanRun::listFolder(DirectoryJob& job, Worker& worker, std::vector<Dir
     request.stopToken = watchdog_.beginRead(worker.slot);
     FolderReadOutcome outcome = reader_->read(request, builder);
     const bool timedOut = watchdog_.endRead(worker.slot);
-    worker.openFolderNode = outcome.descriptor.isOpen() ? job.folder.get() : nullptr;
+    worker.openFolderNode = outcome.descriptor.valid() ? job.folder.get() : nullptr;
     worker.openFolder = std::move(outcome.descriptor);
 
     if (outcome.status != FolderReadStatus::complete) {

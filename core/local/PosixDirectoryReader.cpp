@@ -31,7 +31,7 @@ double unixSeconds(const struct timespec& time) {
 
 int openPieceByPiece(std::string_view location) {
     FolderDescriptor current(::open("/", kFolderOpenFlags));
-    if (!current.isOpen()) {
+    if (!current.valid()) {
         return -1;
     }
     std::string piece;
@@ -200,7 +200,7 @@ FolderReadOutcome PosixDirectoryReader::read(const FolderReadRequest& request, D
     FolderReadOutcome outcome;
     FolderDescriptor folder(
         openFolderForReading(request.parentDescriptor, request.name, request.location));
-    if (!folder.isOpen()) {
+    if (!folder.valid()) {
         outcome.status = FolderReadStatus::failed;
         outcome.errorNumber = errno;
         return outcome;
