@@ -1,5 +1,6 @@
 #include "cli/Commands.h"
 
+#include "cli/AccountsCommand.h"
 #include "cli/CacheCommand.h"
 #include "cli/LzfseCommand.h"
 #include "cli/RemotesCommand.h"
@@ -52,8 +53,8 @@ Command sizeCommand() {
 } // namespace
 
 std::vector<Command> allCommands() {
-    return {sizeCommand(),    remotesCommand(), lsCommand(),   scanCommand(),
-            volumesCommand(), cacheCommand(),   lzfseCommand()};
+    return {sizeCommand(), remotesCommand(), lsCommand(),    accountsCommand(),
+            scanCommand(), volumesCommand(), cacheCommand(), lzfseCommand()};
 }
 
 } // namespace brimvale::cli

@@ -90,4 +90,28 @@ std::string groupedCount(std::int64_t count) {
     return negative ? "-" + grouped : grouped;
 }
 
+std::string relativeAge(double secondsAgo) {
+    struct Unit {
+        double seconds;
+        const char* singular;
+        const char* plural;
+    };
+    static constexpr Unit kUnits[] = {{365.0 * 86400.0, "year", "years"},
+                                      {30.0 * 86400.0, "month", "months"},
+                                      {86400.0, "day", "days"},
+                                      {3600.0, "hour", "hours"},
+                                      {60.0, "minute", "minutes"}};
+    if (!(secondsAgo >= 60.0)) {
+        return "just now";
+    }
+    for (const auto& unit : kUnits) {
+        if (secondsAgo >= unit.seconds) {
+            const auto count = static_cast<std::int64_t>(secondsAgo / unit.seconds);
+            return std::to_string(count) + " " + (count == 1 ? unit.singular : unit.plural) +
+                   " ago";
+        }
+    }
+    return "just now";
+}
+
 } // namespace brimvale::cli

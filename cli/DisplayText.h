@@ -19,4 +19,9 @@ std::string displayText(std::string_view raw);
 // 1234567 → "1,234,567".
 std::string groupedCount(std::int64_t count);
 
+// How long ago something happened, for a saved scan: "just now", "1 minute ago",
+// "3 hours ago", "2 days ago", "5 months ago", "2 years ago". A time in the future (a clock
+// that moved back) is "just now".
+std::string relativeAge(double secondsAgo);
+
 } // namespace brimvale::cli

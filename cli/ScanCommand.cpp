@@ -1,7 +1,10 @@
 #include "cli/ScanCommand.h"
 
+#include "cli/CoordinatorSession.h"
 #include "cli/DisplayText.h"
+#include "cli/InterruptListener.h"
 #include "cli/ListingArguments.h"
+#include "cli/ScanStatusLine.h"
 #include "cli/TreeJsonWriter.h"
 #include "cli/TreeListing.h"
 #include "core/local/LocalDiskAdapter.h"
@@ -9,11 +12,9 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <charconv>
 #include <chrono>
-#include <cmath>
-#include <cstdio>
 #include <iostream>
+#include <mutex>
 #include <sys/stat.h>
 #include <system_error>
 #include <unistd.h>
@@ -22,50 +23,48 @@
 namespace brimvale::cli {
 namespace {
 
-// The live status line on a terminal: rewritten in place at most ten times a second and
-// erased before the result is printed.
-class StatusLine {
-public:
-    StatusLine(std::ostream& err, bool enabled)
-        : err_(err)
-        , enabled_(enabled)
-        , started_(std::chrono::steady_clock::now()) {}
+constexpr int exitInterrupted = 130; // the shell's status for a command stopped by Ctrl-C
 
-    void update(const ScanProgress& progress) {
-        if (!enabled_) {
-            return;
-        }
-        const auto now = std::chrono::steady_clock::now();
-        if (shown_ && now - lastShown_ < std::chrono::milliseconds(100)) {
-            return;
-        }
-        lastShown_ = now;
-        shown_ = true;
-        const double seconds = std::chrono::duration<double>(now - started_).count();
-        const auto rate =
-            seconds > 0.05
-                ? static_cast<std::int64_t>(static_cast<double>(progress.itemsScanned()) / seconds)
-                : 0;
-        err_ << "\r\x1b[2KScanning\u2026 " << groupedCount(progress.itemsScanned())
-             << " items \u00B7 " << groupedCount(progress.foldersScanned) << " folders \u00B7 "
-             << formatBytes(progress.bytesAccountedFor) << " \u00B7 " << groupedCount(rate)
-             << " items/s" << std::flush;
-    }
-
-    void erase() {
-        if (shown_) {
-            err_ << "\r\x1b[2K" << std::flush;
-            shown_ = false;
-        }
-    }
-
-private:
-    std::ostream& err_;
-    const bool enabled_;
-    const std::chrono::steady_clock::time_point started_;
-    std::chrono::steady_clock::time_point lastShown_;
-    bool shown_ = false;
+struct ScanArguments {
+    ListingArguments listing;
+    bool rescan = false;
+    bool quiet = false;
 };
+
+ScanArguments parseScanArguments(std::span<const std::string> arguments) {
+    ScanArguments parsed;
+    std::vector<std::string> rest;
+    for (const auto& argument : arguments) {
+        if (argument == "--rescan") {
+            parsed.rescan = true;
+        } else if (argument == "--quiet") {
+            parsed.quiet = true;
+        } else {
+            rest.push_back(argument);
+        }
+    }
+    parsed.listing = parseListingArguments(rest, "folder or account to scan");
+    return parsed;
+}
+
+// "gdrive:" names an account; so does any text whose first colon comes before its first
+// slash, as in rclone. "./a:b" and "/mnt/x:y" are folders.
+std::optional<std::string> accountInTarget(const std::string& target) {
+    const auto colon = target.find(':');
+    if (colon == std::string::npos || colon == 0) {
+        return std::nullopt;
+    }
+    const auto slash = target.find('/');
+    if (slash != std::string::npos && slash < colon) {
+        return std::nullopt;
+    }
+    if (colon + 1 != target.size()) {
+        throw UsageError("'" + target + "' names a folder inside an account; give the account as " +
+                         target.substr(0, colon + 1) +
+                         " (Brimvale scans the whole account, or the bucket stored for it)");
+    }
+    return target.substr(0, colon);
+}
 
 bool writesToTerminal(const CommandStreams& streams) {
     return &streams.out == &std::cout && &streams.err == &std::cerr && ::isatty(STDOUT_FILENO) &&
@@ -79,11 +78,39 @@ void keepUntilExit(FileNodeRef root) {
     kept->push_back(std::move(root));
 }
 
-int runScan(std::span<const std::string> rawArguments, CommandStreams streams) {
-    const ListingArguments arguments = parseListingArguments(rawArguments, "folder to scan");
-    const std::string shownPath = displayText(arguments.target);
+double secondsSince(const Date& date) {
+    const auto now = std::chrono::system_clock::now().time_since_epoch();
+    return std::chrono::duration<double>(now).count() - date.unixSeconds();
+}
+
+struct ItemCounts {
+    std::int64_t files = 0;
+    std::int64_t folders = 0;
+};
+
+ItemCounts countItems(const FileNode& root) {
+    ItemCounts counts;
+    std::vector<const FileNode*> pending{&root};
+    while (!pending.empty()) {
+        const FileNode* node = pending.back();
+        pending.pop_back();
+        for (const auto& child : node->children()) {
+            if (child->isDirectory()) {
+                ++counts.folders;
+                pending.push_back(child.get());
+            } else {
+                ++counts.files;
+            }
+        }
+    }
+    return counts;
+}
+
+// Checks the folder before any account work, with the messages a shell user expects.
+bool checkFolder(const std::string& target, CommandStreams streams) {
+    const std::string shownPath = displayText(target);
     struct stat status {};
-    if (::stat(arguments.target.c_str(), &status) != 0) {
+    if (::stat(target.c_str(), &status) != 0) {
         const int error = errno;
         if (error == ENOENT) {
             streams.err << "brimvale-cli scan: '" << shownPath << "' does not exist\n";
@@ -92,61 +119,187 @@ int runScan(std::span<const std::string> rawArguments, CommandStreams streams) {
                         << "': " << std::error_code(error, std::generic_category()).message()
                         << '\n';
         }
-        return exitFailure;
+        return false;
     }
     if (!S_ISDIR(status.st_mode)) {
         streams.err << "brimvale-cli scan: '" << shownPath << "' is a file, not a folder\n";
-        return exitFailure;
+        return false;
+    }
+    return true;
+}
+
+// The local account a folder is scanned with: the first configured one, else the sidebar's
+// pinned local row.
+ProviderRef localAccount(const ScannerViewModel& viewModel) {
+    ProviderRef placeholder;
+    for (const auto& provider : viewModel.providers()) {
+        if (provider->rcloneType() != "local") {
+            continue;
+        }
+        if (viewModel.configuredRemoteNames().contains(provider->remoteID())) {
+            return provider;
+        }
+        if (!placeholder) {
+            placeholder = provider;
+        }
+    }
+    return placeholder;
+}
+
+void printSkippedFolders(std::vector<SkippedFolder> skipped, std::ostream& err) {
+    if (skipped.empty()) {
+        return;
+    }
+    std::sort(skipped.begin(), skipped.end(), [](const SkippedFolder& a, const SkippedFolder& b) {
+        return a.location < b.location;
+    });
+    err << "brimvale-cli scan: " << groupedCount(static_cast<std::int64_t>(skipped.size()))
+        << (skipped.size() == 1 ? " folder" : " folders")
+        << " could not be read and counted as empty:\n";
+    for (const auto& folder : skipped) {
+        err << "  " << displayText(folder.location) << ": " << folder.reason << '\n';
+    }
+}
+
+int runScan(std::span<const std::string> rawArguments, CommandStreams streams) {
+    const ScanArguments arguments = parseScanArguments(rawArguments);
+    const std::string& target = arguments.listing.target;
+    const std::optional<std::string> accountName = accountInTarget(target);
+    std::string location;
+    if (!accountName) {
+        if (!checkFolder(target, streams)) {
+            return exitFailure;
+        }
+        try {
+            location = LocalDiskAdapter::resolveScanLocation(target);
+        } catch (const std::system_error& error) {
+            streams.err << "brimvale-cli scan: " << displayText(error.what()) << '\n';
+            return exitFailure;
+        }
     }
 
+    std::mutex skippedMutex;
     std::vector<SkippedFolder> skipped;
-    LocalDiskAdapter adapter(
-        "local", "Local disk",
-        LocalScanOptions{.onSkippedFolder = [&skipped](const SkippedFolder& folder) {
+    CoordinatorSession session(
+        LocalScanOptions{.onSkippedFolder = [&](const SkippedFolder& folder) {
+            std::lock_guard lock(skippedMutex);
             skipped.push_back(folder);
         }});
-    StatusLine statusLine(streams.err, writesToTerminal(streams));
-    ScanProgress lastProgress;
-    std::string location;
-    FileNodeRef root;
-    try {
-        location = LocalDiskAdapter::resolveScanLocation(arguments.target);
-        root = adapter.scan(
-            ScanParameters{.path = location, .progress = [&](const ScanProgress& progress) {
-                               lastProgress = progress;
-                               statusLine.update(progress);
-                           }});
-    } catch (const std::system_error& error) {
-        statusLine.erase();
-        streams.err << "brimvale-cli scan: " << displayText(error.what()) << '\n';
-        return exitFailure;
+    ScannerViewModel& viewModel = session.viewModel();
+    session.loadAccounts();
+
+    ProviderRef provider;
+    if (accountName) {
+        provider = viewModel.provider(*accountName);
+        if (!provider || !viewModel.configuredRemoteNames().contains(*accountName)) {
+            streams.err << "brimvale-cli scan: there is no account named '"
+                        << displayText(*accountName) << "' (brimvale-cli accounts lists them)\n";
+            return exitFailure;
+        }
+    } else {
+        provider = localAccount(viewModel);
+    }
+    const std::string id = provider->remoteID();
+    const std::string shownTarget = accountName ? *accountName + ":" : location;
+
+    ScanStatusLine statusLine(streams.err, writesToTerminal(streams) && !arguments.quiet);
+    bool started = false;
+    bool loadedFromCache = false;
+    bool interrupted = false;
+    const auto finished = [&] {
+        if (interrupted) {
+            return true;
+        }
+        const auto kind = viewModel.paneState(id).kind();
+        using Case = ScannerState::Case;
+        if (kind == Case::loadingCache || kind == Case::checkingConfig || kind == Case::scanning) {
+            started = true;
+            return false;
+        }
+        return kind == Case::done || kind == Case::error || kind == Case::needsSetup ||
+               (started && kind == Case::idle);
+    };
+    const auto onChange = [&](PublishedField field) {
+        if (field != PublishedField::state && field != PublishedField::paneStates) {
+            return;
+        }
+        const ScannerState pane = viewModel.paneState(id);
+        if (const auto* loading = pane.as<ScannerState::LoadingCache>()) {
+            loadedFromCache = true;
+            statusLine.showLoading(loading->fraction);
+        } else if (pane.is<ScannerState::CheckingConfig>()) {
+            statusLine.showText("Checking the account\u2026");
+        } else if (const auto* scanning = pane.as<ScannerState::Scanning>()) {
+            statusLine.showScanning(scanning->progress);
+        }
+    };
+
+    {
+        InterruptListener interruptListener([&session, &viewModel, &interrupted] {
+            session.loop().post([&session, &viewModel, &interrupted] {
+                interrupted = true;
+                viewModel.cancelScan();
+                session.stop();
+            });
+        });
+        viewModel.openAccount(
+            provider,
+            {.localScanPath = accountName ? std::nullopt : std::optional<std::string>(location),
+             .rescan = arguments.rescan});
+        session.runUntil(finished, onChange);
     }
     statusLine.erase();
 
-    if (arguments.json) {
-        TreeJsonWriter(streams.out).write(*root);
+    if (interrupted) {
+        const bool saved = viewModel.waitForSavedScans(std::chrono::minutes(2));
+        streams.err << "brimvale-cli scan: stopped"
+                    << (saved ? "; what was scanned so far is saved" : "") << '\n';
+        return exitInterrupted;
+    }
+
+    const ScannerState pane = viewModel.paneState(id);
+    if (const auto* failure = pane.as<ScannerState::Error>()) {
+        streams.err << "brimvale-cli scan: " << displayText(failure->info.message) << '\n';
+        if (failure->info.canReconnect) {
+            streams.err << "Signing in again may fix this: brimvale-cli accounts reconnect "
+                        << displayText(id) << '\n';
+        }
+        return exitFailure;
+    }
+    if (pane.is<ScannerState::NeedsSetup>()) {
+        streams.err << "brimvale-cli scan: the account '" << displayText(id)
+                    << "' is not set up yet (brimvale-cli accounts add sets one up)\n";
+        return exitFailure;
+    }
+    const auto* done = pane.as<ScannerState::Done>();
+    if (done == nullptr || !done->root) {
+        streams.err << "brimvale-cli scan: the scan ended without a result\n";
+        return exitFailure;
+    }
+    viewModel.waitForSavedScans(std::chrono::minutes(2));
+
+    const FileNode& tree = *done->root;
+    if (arguments.listing.json) {
+        TreeJsonWriter(streams.out).write(tree);
     } else {
-        streams.out << displayText(location) << "  " << formatBytes(root->size()) << "  ("
-                    << groupedCount(lastProgress.filesScanned) << " files, "
-                    << groupedCount(lastProgress.foldersScanned) << " folders)\n";
-        printTreeListing(streams.out, *root, {.depth = arguments.depth, .top = arguments.top});
+        const ItemCounts counts = countItems(tree);
+        streams.out << displayText(shownTarget) << "  " << formatBytes(tree.size()) << "  ("
+                    << groupedCount(counts.files) << " files, " << groupedCount(counts.folders)
+                    << " folders)";
+        if (loadedFromCache && done->savedDate) {
+            streams.out << "  cached " << relativeAge(secondsSince(*done->savedDate));
+        }
+        streams.out << '\n';
+        printTreeListing(streams.out, tree,
+                         {.depth = arguments.listing.depth, .top = arguments.listing.top});
     }
     streams.out.flush();
-
-    if (!skipped.empty()) {
-        std::sort(
-            skipped.begin(), skipped.end(),
-            [](const SkippedFolder& a, const SkippedFolder& b) { return a.location < b.location; });
-        streams.err << "brimvale-cli scan: "
-                    << groupedCount(static_cast<std::int64_t>(skipped.size()))
-                    << (skipped.size() == 1 ? " folder" : " folders")
-                    << " could not be read and counted as empty:\n";
-        for (const auto& folder : skipped) {
-            streams.err << "  " << displayText(folder.location) << ": " << folder.reason << '\n';
-        }
+    {
+        std::lock_guard lock(skippedMutex);
+        printSkippedFolders(std::move(skipped), streams.err);
     }
     if (&streams.out == &std::cout) {
-        keepUntilExit(std::move(root));
+        keepUntilExit(done->root);
     }
     return exitSuccess;
 }
@@ -156,18 +309,24 @@ int runScan(std::span<const std::string> rawArguments, CommandStreams streams) {
 Command scanCommand() {
     return Command{
         .name = "scan",
-        .summary = "Scan a local folder and list its largest items",
-        .usage = "scan PATH [--json] [--depth N] [--top N]",
-        .details = "Adds up the space on disk of everything in the folder PATH and lists the\n"
-                   "largest items with their share of their folder. Hard-linked files count once;\n"
-                   "symbolic links count as themselves and are not followed; kernel file systems\n"
-                   "such as /proc are not entered.\n"
-                   "\n"
-                   "  --depth N   list folders N levels deep (default 1)\n"
-                   "  --top N     show the N largest items of each folder (default 10)\n"
-                   "  --json      write the whole tree as JSON, one object per item\n"
-                   "\n"
-                   "Folders that cannot be read are listed on standard error at the end.",
+        .summary = "Scan a folder or an account and list its largest items",
+        .usage = "scan PATH|ACCOUNT: [--rescan] [--quiet] [--json] [--depth N] [--top N]",
+        .details =
+            "Adds up the space used by everything in the folder PATH, or in the rclone\n"
+            "account ACCOUNT: (its stored bucket or container for object storage), and lists\n"
+            "the largest items with their share of their folder. A saved scan is shown when\n"
+            "there is one, with its age; --rescan scans afresh. Every finished scan is saved.\n"
+            "\n"
+            "  --rescan    scan again even when a saved scan exists\n"
+            "  --quiet     no live progress line\n"
+            "  --depth N   list folders N levels deep (default 1)\n"
+            "  --top N     show the N largest items of each folder (default 10)\n"
+            "  --json      write the whole tree as JSON, one object per item\n"
+            "\n"
+            "Hard-linked files count once; symbolic links count as themselves and are not\n"
+            "followed; kernel file systems such as /proc are not entered. Folders that cannot\n"
+            "be read are listed on standard error at the end. Ctrl-C stops the scan and saves\n"
+            "what was scanned so far (exit status 130).",
         .run = runScan};
 }
 

@@ -56,6 +56,12 @@ void Task::cancel() {
     }
 }
 
+void Task::detach() {
+    if (thread_.joinable()) {
+        thread_.detach();
+    }
+}
+
 bool Task::isCancelled() const {
     return thread_.get_stop_token().stop_requested();
 }

@@ -42,6 +42,9 @@ public:
     ~Task();
 
     void cancel();
+    // Lets the body run on without an owner: the destructor then neither cancels nor waits.
+    // For owners that must not wait (the body may be waiting for the owner's thread).
+    void detach();
     bool isCancelled() const;
     bool isFinished() const;
     bool isRunning() const { return state_ != nullptr && !isFinished(); }

@@ -1,0 +1,103 @@
+#include "cli/AccountsCommand.h"
+
+#include "cli/CoordinatorSession.h"
+#include "cli/DisplayText.h"
+
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
+#include <ostream>
+
+namespace brimvale::cli {
+namespace {
+
+struct AccountRow {
+    std::string id;
+    std::string type;
+    std::string name;
+    bool configured;
+    bool ready;
+    bool shown;
+};
+
+std::vector<AccountRow> accountRows(const ScannerViewModel& viewModel) {
+    std::vector<AccountRow> rows;
+    for (const auto& provider : viewModel.providers()) {
+        const std::string id = provider->remoteID();
+        const auto ready = viewModel.sidebarRemoteReadyForUse().find(id);
+        rows.push_back({id, provider->rcloneType(), provider->displayName(),
+                        viewModel.configuredRemoteNames().contains(id),
+                        ready != viewModel.sidebarRemoteReadyForUse().end() && ready->second,
+                        viewModel.sidebarRemoteShowsInMainList(*provider)});
+    }
+    return rows;
+}
+
+void printTable(const std::vector<AccountRow>& rows, std::ostream& out) {
+    std::size_t idWidth = 7;
+    std::size_t typeWidth = 4;
+    for (const auto& row : rows) {
+        idWidth = std::max(idWidth, displayText(row.id).size());
+        typeWidth = std::max(typeWidth, displayText(row.type).size());
+    }
+    const auto padded = [](std::string text, std::size_t width) {
+        text.resize(std::max(text.size(), width), ' ');
+        return text;
+    };
+    out << padded("ACCOUNT", idWidth) << "  " << padded("TYPE", typeWidth)
+        << "  STATUS      NAME\n";
+    for (const auto& row : rows) {
+        const char* status = !row.configured ? "not set up" : !row.ready ? "incomplete" : "ready";
+        out << padded(displayText(row.id), idWidth) << "  "
+            << padded(displayText(row.type), typeWidth) << "  " << padded(status, 10) << "  "
+            << displayText(row.name) << (row.shown ? "" : "  (hidden)") << '\n';
+    }
+}
+
+int listAccounts(std::span<const std::string> arguments, CommandStreams streams) {
+    bool json = false;
+    for (const auto& argument : arguments) {
+        if (argument == "--json") {
+            json = true;
+        } else {
+            throw UsageError("unknown option '" + argument + "'");
+        }
+    }
+    CoordinatorSession session;
+    session.loadAccounts();
+    const auto rows = accountRows(session.viewModel());
+    if (json) {
+        auto list = nlohmann::json::array();
+        for (const auto& row : rows) {
+            list.push_back({{"id", row.id},
+                            {"type", row.type},
+                            {"name", row.name},
+                            {"configured", row.configured},
+                            {"ready", row.ready},
+                            {"shown", row.shown}});
+        }
+        streams.out << list.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) << '\n';
+        return exitSuccess;
+    }
+    printTable(rows, streams.out);
+    return exitSuccess;
+}
+
+} // namespace
+
+Command accountsCommand() {
+    return Command{
+        .name = "accounts",
+        .summary = "List the accounts Brimvale shows",
+        .usage = "accounts [--json]",
+        .details =
+            "The accounts of the sidebar, in its order: every rclone remote, then the\n"
+            "local disk and Dropbox rows that are always there. STATUS is \"ready\",\n"
+            "\"incomplete\" (its sign-in never finished; hidden in the sidebar) or \"not set\n"
+            "up\" (a row waiting for an account).\n"
+            "\n"
+            "  --json   one object per account: id, type, name, configured, ready, shown",
+        .run = listAccounts};
+}
+
+} // namespace brimvale::cli

@@ -1,0 +1,10 @@
+#pragma once
+
+#include "cli/CommandLine.h"
+
+namespace brimvale::cli {
+
+// `brimvale-cli accounts`: the sidebar's accounts.
+Command accountsCommand();
+
+} // namespace brimvale::cli

@@ -1,0 +1,134 @@
+// Account-level operations of ScannerViewModel: removal, the one-time purge of test remotes,
+// the repair of aliased backend types, and sidebar visibility.
+#include "core/coordinator/CoordinatorInternals.h"
+#include "core/persistence/settings/SettingsKeys.h"
+#include "core/rclone/ObjectStorageScanPrefix.h"
+#include "core/support/ScanDiagnostics.h"
+#include "core/support/SettingsStore.h"
+#include "core/support/Task.h"
+
+#include <algorithm>
+
+namespace brimvale {
+namespace {
+
+constexpr std::string_view kTestRemotePrefix = "bv_";
+
+} // namespace
+
+bool ScannerViewModel::canRemoveAccount(const CloudStorageProvider& provider) const {
+    return configuredRemoteNames_.contains(provider.remoteID());
+}
+
+bool ScannerViewModel::canAddAnotherAccount(const CloudStorageProvider& provider) const {
+    if (dynamic_cast<const RcloneAdapter*>(&provider) == nullptr) {
+        return false;
+    }
+    // Another account needs a backend to copy: a row with a known type.
+    return !provider.rcloneType().empty();
+}
+
+bool ScannerViewModel::sidebarRemoteShowsInMainList(const CloudStorageProvider& provider) const {
+    const std::string id = provider.remoteID();
+    const std::string type = provider.rcloneType();
+    if (configuredRemoteNames_.contains(id)) {
+        if (type == "local") {
+            return true;
+        }
+        const auto ready = sidebarRemoteReadyForUse_.find(id);
+        return ready != sidebarRemoteReadyForUse_.end() && ready->second;
+    }
+    const auto& pinned = sidebarPinnedPlaceholderRcloneTypes();
+    return std::find(pinned.begin(), pinned.end(), type) != pinned.end();
+}
+
+void ScannerViewModel::purgeBvPrefixedTestRemotesOnceIfNeeded(std::stop_token stopToken) {
+    SettingsStore& settings = *options_.settings;
+    if (settings.boolValue(SettingsKeys::didPurgeBvUnderscoreTestRemotes).value_or(false)) {
+        return;
+    }
+    if (!addAccountHelper_.runner().resolveRclonePath()) {
+        return;
+    }
+    try {
+        const auto deleted = addAccountHelper_.deleteRemotesWithNamePrefix(
+            std::string(kTestRemotePrefix), stopToken);
+        for (const auto& name : deleted) {
+            ScanDiagnostics::log("removed test remote " + name);
+        }
+    } catch (const CancellationError&) {
+        throw;
+    } catch (const std::exception& error) {
+        ScanDiagnostics::log(std::string("test remote purge incomplete: ") + error.what());
+    }
+    settings.setBool(SettingsKeys::didPurgeBvUnderscoreTestRemotes, true);
+}
+
+void ScannerViewModel::repairAliasedRcloneProviderTypesIfNeeded(
+    const std::vector<AliasedTypeRepair>& pairs, std::stop_token stopToken) {
+    if (pairs.empty() || !addAccountHelper_.runner().resolveRclonePath()) {
+        return;
+    }
+    for (const auto& pair : pairs) {
+        try {
+            addAccountHelper_.rclone({"config", "update", pair.remoteName, "type",
+                                      pair.correctedType, "--non-interactive"},
+                                     stopToken);
+            ScanDiagnostics::log("remote " + pair.remoteName + " retyped as " + pair.correctedType);
+        } catch (const CancellationError&) {
+            throw;
+        } catch (const std::exception& error) {
+            ScanDiagnostics::log("could not retype remote " + pair.remoteName + ": " +
+                                 error.what());
+        }
+    }
+}
+
+void ScannerViewModel::forgetAccount(const std::string& remoteID) {
+    stopLoad(remoteID, false);
+    paneStatesByRemote_.erase(remoteID);
+    lastLiveUIPaneEmit_.erase(remoteID);
+    lastScanCheckpointTime_.erase(remoteID);
+    localScanPathByRemoteID_.erase(remoteID);
+    lastScanCacheStemByRemoteID_.erase(remoteID);
+    // The generation stays: a run of the removed account must never match a later account
+    // that happens to get the same name.
+}
+
+void ScannerViewModel::removeAccount(const ProviderRef& provider,
+                                     std::function<void()> onFinished) {
+    if (!provider) {
+        return;
+    }
+    const std::string id = provider->remoteID();
+    const std::string type = provider->rcloneType();
+    forgetAccount(id);
+    auto finished = std::make_shared<std::function<void()>>(std::move(onFinished));
+    launchTask("remove " + id, [this, provider, id, type, finished](std::stop_token token) {
+        std::optional<std::string> failure;
+        try {
+            addAccountHelper_.deleteRemote(id, token);
+            cache_->clearAllStems(id);
+            SettingsStore& settings = *options_.settings;
+            if (type == "s3") {
+                ObjectStorageScanPrefix::clearS3Bucket(settings, id);
+            } else if (type == "azureblob") {
+                ObjectStorageScanPrefix::clearAzureContainer(settings, id);
+            }
+            settings.remove(SettingsKeys::gcsScanBucket(id));
+            settings.remove(SettingsKeys::localScanPath(id));
+        } catch (const CancellationError&) {
+            throw;
+        } catch (const std::exception& error) {
+            failure = ScanErrorInfo::from(error, *provider).message;
+        }
+        postIfAlive([this, failure, finished] {
+            if (failure) {
+                publish(accountRemovalError_, failure, PublishedField::accountRemovalError);
+            }
+            refreshProviders(std::move(*finished));
+        });
+    });
+}
+
+} // namespace brimvale

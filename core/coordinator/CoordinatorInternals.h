@@ -1,0 +1,32 @@
+#pragma once
+
+#include "core/coordinator/ScannerViewModel.h"
+
+#include <condition_variable>
+#include <mutex>
+
+namespace brimvale {
+
+// Held strongly by the coordinator only; background work holds it weakly and publishes nothing
+// once it is gone.
+class ScannerViewModel::Liveness {};
+
+// The background load of one account: its task and the generation it was started with.
+struct ScannerViewModel::RunningLoad {
+    std::uint64_t taskID = 0;
+    std::int64_t generation = 0;
+};
+
+// Cache writes in flight (checkpoints and the trees of cancelled scans), counted so that
+// quitting can wait for them.
+struct ScannerViewModel::PendingSaves {
+    std::mutex mutex;
+    std::condition_variable allDone;
+    int inFlight = 0;
+};
+
+inline bool isLocalProvider(const CloudStorageProvider& provider) {
+    return provider.rcloneType() == "local";
+}
+
+} // namespace brimvale

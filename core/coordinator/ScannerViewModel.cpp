@@ -1,0 +1,420 @@
+#include "core/coordinator/ScannerViewModel.h"
+
+#include "core/coordinator/CoordinatorInternals.h"
+#include "core/onboarding/CloudServiceCatalog.h"
+#include "core/persistence/settings/ScanUISettings.h"
+#include "core/rclone/BrimvaleError.h"
+#include "core/support/FatalError.h"
+#include "core/support/MainQueue.h"
+#include "core/support/ScanDiagnostics.h"
+#include "core/support/SettingsStore.h"
+#include "core/support/Task.h"
+
+#include <algorithm>
+
+namespace brimvale {
+namespace {
+
+MainQueue& requireMainQueue(MainQueue* mainQueue) {
+    if (mainQueue == nullptr) {
+        fatalError("ScannerViewModel needs a main queue");
+    }
+    return *mainQueue;
+}
+
+} // namespace
+
+ScannerViewModel::ScannerViewModel(ScannerViewModelOptions options)
+    : options_(std::move(options))
+    , mainQueue_(requireMainQueue(options_.mainQueue))
+    , cache_(std::make_shared<ScanCache>(options_.cacheDirectory))
+    , addAccountHelper_(
+          "", "", RcloneAdapterOptions{.runner = options_.runner, .settings = options_.settings})
+    , liveness_(std::make_shared<Liveness>())
+    , pendingSaves_(std::make_shared<PendingSaves>()) {
+    if (!options_.settings) {
+        fatalError("ScannerViewModel needs a settings store");
+    }
+}
+
+ScannerViewModel::~ScannerViewModel() {
+    liveness_.reset();
+    // A task may be waiting for this thread (a merge into its tree); joining it here would wait
+    // forever, so the tasks are stopped and left to end on their own. Their posted jobs find
+    // the liveness token gone and do nothing.
+    for (auto& [id, task] : tasks_) {
+        task->cancel();
+        task->detach();
+    }
+}
+
+ScannerViewModel::Clock::time_point ScannerViewModel::now() const {
+    return options_.clock ? options_.clock() : Clock::now();
+}
+
+void ScannerViewModel::addObserver(ScannerViewModelObserver* observer) {
+    if (std::find(observers_.begin(), observers_.end(), observer) == observers_.end()) {
+        observers_.push_back(observer);
+    }
+}
+
+void ScannerViewModel::removeObserver(ScannerViewModelObserver* observer) {
+    std::erase(observers_, observer);
+}
+
+void ScannerViewModel::notify(PublishedField field) {
+    // An observer may remove itself (or another) while being notified.
+    const auto observers = observers_;
+    for (auto* observer : observers) {
+        if (std::find(observers_.begin(), observers_.end(), observer) != observers_.end()) {
+            observer->publishedFieldChanged(field);
+        }
+    }
+}
+
+template <class Value>
+void ScannerViewModel::publish(Value& field, Value value, PublishedField name) {
+    if (field == value) {
+        return;
+    }
+    field = std::move(value);
+    notify(name);
+}
+
+ScannerState ScannerViewModel::paneState(const std::string& remoteID) const {
+    const auto found = paneStatesByRemote_.find(remoteID);
+    return found == paneStatesByRemote_.end() ? State::idle() : found->second;
+}
+
+ProviderRef ScannerViewModel::provider(const std::string& remoteID) const {
+    for (const auto& candidate : providers_) {
+        if (candidate->remoteID() == remoteID) {
+            return candidate;
+        }
+    }
+    return nullptr;
+}
+
+std::optional<std::string> ScannerViewModel::lastScanCacheStem(const std::string& remoteID) const {
+    const auto found = lastScanCacheStemByRemoteID_.find(remoteID);
+    if (found == lastScanCacheStemByRemoteID_.end()) {
+        return std::nullopt;
+    }
+    return found->second;
+}
+
+void ScannerViewModel::applyPaneState(State state, const std::string& remoteID) {
+    paneStatesByRemote_[remoteID] = state;
+    if (activeProvider_ && activeProvider_->remoteID() == remoteID) {
+        state_ = std::move(state);
+        notify(PublishedField::state);
+    } else {
+        notify(PublishedField::paneStates);
+    }
+}
+
+void ScannerViewModel::syncPublishedStateToSelection() {
+    if (!activeProvider_) {
+        state_ = State::idle();
+        notify(PublishedField::state);
+        return;
+    }
+    const std::string id = activeProvider_->remoteID();
+    if (loadTasksByRemote_.contains(id) && latestScanProgressByRemote_.contains(id)) {
+        reconcileActiveRemoteWithLiveScanBuffers(id);
+        return;
+    }
+    state_ = paneState(id);
+    notify(PublishedField::state);
+}
+
+void ScannerViewModel::reconcileActiveRemoteWithLiveScanBuffers(const std::string& remoteID) {
+    const auto progress = latestScanProgressByRemote_.find(remoteID);
+    if (progress == latestScanProgressByRemote_.end()) {
+        return;
+    }
+    FileNodeRef liveRoot;
+    if (ScanUISettings::liveTreeDuringScan.load()) {
+        const auto root = liveScanRootByRemote_.find(remoteID);
+        if (root != liveScanRootByRemote_.end()) {
+            liveRoot = root->second;
+        }
+    }
+    applyPaneState(State::Scanning{progress->second, std::move(liveRoot)}, remoteID);
+}
+
+void ScannerViewModel::select(FileNodeRef node) {
+    if (selectedNode_ == node) {
+        return;
+    }
+    selectedNode_ = std::move(node);
+    notify(PublishedField::selectedNode);
+}
+
+std::optional<std::string> ScannerViewModel::webURL(const FileNode& node) const {
+    if (!activeProvider_) {
+        return std::nullopt;
+    }
+    return activeProvider_->webURL(node);
+}
+
+void ScannerViewModel::dismissAccountRemovalError() {
+    publish(accountRemovalError_, std::optional<std::string>(),
+            PublishedField::accountRemovalError);
+}
+
+// Background work.
+
+std::uint64_t ScannerViewModel::launchTask(const std::string& label,
+                                           std::function<void(std::stop_token)> body) {
+    const std::uint64_t taskID = nextTaskID_++;
+    std::weak_ptr<Liveness> alive = liveness_;
+    MainQueue* mainQueue = &mainQueue_;
+    auto task = std::make_unique<Task>(Task::start(
+        label, [this, alive, mainQueue, taskID, body = std::move(body)](std::stop_token token) {
+            struct EndNotice {
+                ScannerViewModel* owner;
+                std::weak_ptr<Liveness> alive;
+                MainQueue* mainQueue;
+                std::uint64_t taskID;
+                ~EndNotice() {
+                    mainQueue->post([owner = owner, alive = alive, taskID = taskID] {
+                        if (alive.lock()) {
+                            owner->taskEnded(taskID);
+                        }
+                    });
+                }
+            } endNotice{this, alive, mainQueue, taskID};
+            body(token);
+        }));
+    tasks_.emplace(taskID, std::move(task));
+    return taskID;
+}
+
+void ScannerViewModel::taskEnded(std::uint64_t taskID) {
+    // The body has returned; joining its thread takes no longer than its last few instructions.
+    tasks_.erase(taskID);
+}
+
+bool ScannerViewModel::hasBackgroundWork() const {
+    return !tasks_.empty() || refreshInFlight_ > 0;
+}
+
+void ScannerViewModel::postIfAlive(std::function<void()> job) const {
+    mainQueue_.post([alive = std::weak_ptr<Liveness>(liveness_), job = std::move(job)] {
+        if (alive.lock()) {
+            job();
+        }
+    });
+}
+
+void ScannerViewModel::postIfCurrent(const std::string& remoteID, std::int64_t generation,
+                                     std::function<void()> job) const {
+    mainQueue_.post([this, alive = std::weak_ptr<Liveness>(liveness_), remoteID, generation,
+                     job = std::move(job)] {
+        if (alive.lock() && currentLoadGeneration(remoteID) == generation) {
+            job();
+        }
+    });
+}
+
+std::int64_t ScannerViewModel::currentLoadGeneration(const std::string& remoteID) const {
+    const auto found = loadGenerationByRemote_.find(remoteID);
+    return found == loadGenerationByRemote_.end() ? 0 : found->second;
+}
+
+std::int64_t ScannerViewModel::nextLoadGeneration(const std::string& remoteID) {
+    auto& generation = loadGenerationByRemote_[remoteID];
+    generation = checkedAdd(generation, std::int64_t{1}, "load generation overflow");
+    return generation;
+}
+
+void ScannerViewModel::invalidateLoadGeneration(const std::string& remoteID) {
+    nextLoadGeneration(remoteID);
+}
+
+// The account list.
+
+ProviderRef ScannerViewModel::makeProvider(const AccountEntry& entry) {
+    if (options_.providerFactory) {
+        if (auto made = options_.providerFactory(entry)) {
+            return made;
+        }
+    }
+    LocalScanOptions local = options_.localScanOptions;
+    if (entry.rcloneType == "local") {
+        std::weak_ptr<Liveness> alive = liveness_;
+        MainQueue* mainQueue = &mainQueue_;
+        auto previous = local.onPermissionError;
+        local.onPermissionError = [this, alive, mainQueue, previous] {
+            if (previous) {
+                previous();
+            }
+            mainQueue->post([this, alive] {
+                if (alive.lock()) {
+                    publish(showFullDiskAccessAdvisory_, true,
+                            PublishedField::showFullDiskAccessAdvisory);
+                }
+            });
+        };
+    }
+    auto made = CloudServiceCatalog::adapter({.remoteName = entry.remoteName,
+                                              .rcloneType = entry.rcloneType,
+                                              .accountLabel = entry.accountLabel,
+                                              .isPlaceholder = entry.isPlaceholder},
+                                             {.rclone = {.runner = options_.runner,
+                                                         .settings = options_.settings,
+                                                         .configSection = entry.section},
+                                              .local = std::move(local)});
+    return ProviderRef(std::move(made));
+}
+
+void ScannerViewModel::refreshProviders(std::function<void()> onFinished) {
+    ++refreshInFlight_;
+    const std::uint64_t refreshNumber = ++latestRefreshNumber_;
+    auto finished = std::make_shared<std::function<void()>>(std::move(onFinished));
+    launchTask("refresh accounts", [this, refreshNumber, finished](std::stop_token token) {
+        purgeBvPrefixedTestRemotesOnceIfNeeded(token);
+        std::optional<AccountDirectory> directory;
+        try {
+            const auto remotes = addAccountHelper_.remotesFromConfig(token);
+            const auto dump = addAccountHelper_.configDumpDictionary(token);
+            std::vector<std::string> names;
+            names.reserve(remotes.size());
+            for (const auto& remote : remotes) {
+                names.push_back(remote.name);
+            }
+            directory = readAccountDirectory(names, dump);
+            repairAliasedRcloneProviderTypesIfNeeded(directory->repairs, token);
+        } catch (const CancellationError&) {
+            throw;
+        } catch (const BrimvaleError& error) {
+            ScanDiagnostics::log("account list unavailable: " + error.description());
+            if (error.is<BrimvaleError::RcloneNotInstalled>()) {
+                // Without rclone there are no cloud accounts, only the pinned rows.
+                directory = readAccountDirectory({}, {});
+            }
+        } catch (const std::exception& error) {
+            ScanDiagnostics::log(std::string("account list unavailable: ") + error.what());
+        }
+        postIfAlive([this, refreshNumber, finished, directory = std::move(directory)]() mutable {
+            --refreshInFlight_;
+            // A later refresh has newer news.
+            if (directory && refreshNumber == latestRefreshNumber_) {
+                publishAccountDirectory(std::move(*directory));
+            }
+            if (*finished) {
+                (*finished)();
+            }
+        });
+    });
+}
+
+void ScannerViewModel::publishAccountDirectory(AccountDirectory directory) {
+    std::vector<ProviderRef> providers;
+    std::set<std::string> configured;
+    std::set<std::string> types;
+    std::map<std::string, bool> ready;
+    for (const auto& entry : directory.accounts) {
+        // A row that did not change keeps its provider object, so views holding it stay valid.
+        ProviderRef kept = provider(entry.remoteName);
+        const bool keep = kept && kept->rcloneType() == entry.rcloneType &&
+                          kept->displayName() == entry.displayName &&
+                          placeholderIDs_.contains(entry.remoteName) == entry.isPlaceholder;
+        providers.push_back(keep ? kept : makeProvider(entry));
+        if (!entry.isPlaceholder) {
+            configured.insert(entry.remoteName);
+            types.insert(entry.rcloneType);
+            ready[entry.remoteName] = entry.readyForUse;
+        }
+    }
+    placeholderIDs_.clear();
+    for (const auto& entry : directory.accounts) {
+        if (entry.isPlaceholder) {
+            placeholderIDs_.insert(entry.remoteName);
+        }
+    }
+
+    if (providers != providers_) {
+        providers_ = std::move(providers);
+        notify(PublishedField::providers);
+    }
+    publish(configuredRemoteNames_, std::move(configured), PublishedField::configuredRemoteNames);
+    publish(backendTypesPresentInRclone_, std::move(types),
+            PublishedField::backendTypesPresentInRclone);
+    publish(sidebarRemoteReadyForUse_, std::move(ready), PublishedField::sidebarRemoteReadyForUse);
+
+    // Loads of accounts that left the list stop; their results would have nowhere to go.
+    std::vector<std::string> gone;
+    for (const auto& [remoteID, load] : loadTasksByRemote_) {
+        if (!provider(remoteID)) {
+            gone.push_back(remoteID);
+        }
+    }
+    for (const auto& remoteID : gone) {
+        stopLoad(remoteID, false);
+    }
+    std::set<std::string> loading;
+    for (const auto& remoteID : remoteIDsLoading_) {
+        if (provider(remoteID)) {
+            loading.insert(remoteID);
+        }
+    }
+    publish(remoteIDsLoading_, std::move(loading), PublishedField::remoteIDsLoading);
+
+    if (activeProvider_) {
+        ProviderRef current = provider(activeProvider_->remoteID());
+        if (!current) {
+            activeProvider_ = nullptr;
+            notify(PublishedField::activeProvider);
+            select(nullptr);
+        } else if (current != activeProvider_) {
+            activeProvider_ = current;
+            notify(PublishedField::activeProvider);
+        }
+    }
+    syncPublishedStateToSelection();
+}
+
+void ScannerViewModel::activate(const ProviderRef& provider) {
+    if (activeProvider_ != provider) {
+        activeProvider_ = provider;
+        notify(PublishedField::activeProvider);
+        select(nullptr);
+    }
+}
+
+void ScannerViewModel::selectProvider(const ProviderRef& provider) {
+    if (!provider) {
+        return;
+    }
+    activate(provider);
+    const std::string id = provider->remoteID();
+    if (loadTasksByRemote_.contains(id)) {
+        // A running load is never started twice; the view catches up with its live state.
+        reconcileActiveRemoteWithLiveScanBuffers(id);
+        if (!latestScanProgressByRemote_.contains(id)) {
+            syncPublishedStateToSelection();
+        }
+        return;
+    }
+    if (provider->rcloneType() == "local" && configuredRemoteNames_.contains(id)) {
+        publish(pendingLocalDiskPickerRemoteID_, std::optional<std::string>(id),
+                PublishedField::pendingLocalDiskPickerRemoteID);
+        publish(showLocalVolumePicker_, true, PublishedField::showLocalVolumePicker);
+        syncPublishedStateToSelection();
+        return;
+    }
+    if (paneState(id).is<State::Done>()) {
+        syncPublishedStateToSelection();
+        return;
+    }
+    const std::int64_t generation = nextLoadGeneration(id);
+    markRemoteLoading(id);
+    const std::string path = scanPath(*provider);
+    launchDetachedRemoteLoad(provider, id, generation, nullptr, false, path,
+                             provider->rcloneType() == "local");
+    syncPublishedStateToSelection();
+}
+
+} // namespace brimvale

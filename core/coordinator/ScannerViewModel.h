@@ -1,0 +1,244 @@
+#pragma once
+
+#include "core/coordinator/AccountDirectory.h"
+#include "core/coordinator/PublishedField.h"
+#include "core/coordinator/ScannerState.h"
+#include "core/local/LocalScanOptions.h"
+#include "core/persistence/cache/ScanCache.h"
+#include "core/rclone/RcloneAdapter.h"
+#include "core/rclone/RcloneRunner.h"
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace brimvale {
+
+class MainQueue;
+class SettingsStore;
+class Task;
+
+// Makes the provider object of one sidebar row. The default builds the adapter of the row's
+// backend type; tests substitute scripted providers.
+using ProviderFactory = std::function<ProviderRef(const AccountEntry& entry)>;
+
+struct ScannerViewModelOptions {
+    // The main thread's queue; the coordinator is used on that thread only.
+    MainQueue* mainQueue = nullptr;
+    std::shared_ptr<SettingsStore> settings;
+    // Where saved scans are kept.
+    std::string cacheDirectory = ScanCache::defaultDirectory();
+    // Runs rclone for the account list and configuration changes (tests point it at their own
+    // configuration); also handed to the adapters the default factory makes.
+    RcloneRunner runner;
+    // Null: the default adapters.
+    ProviderFactory providerFactory;
+    // The local scanner's options for local accounts (the permission callback is the
+    // coordinator's own).
+    LocalScanOptions localScanOptions;
+    // The clock of the live-refresh and checkpoint throttles.
+    std::function<std::chrono::steady_clock::time_point()> clock;
+};
+
+// The one object that owns the application's state: the accounts, the selected account and
+// what its detail area shows, and the scans and loads running in the background, one at most
+// per account. Views read its published fields and call its operations; every change of a
+// published field is announced to the observers.
+//
+// Thread safety: everything here belongs to the main thread. Background work (scans, cache
+// reads and writes, rclone runs) runs on tasks that come back to the main thread to publish,
+// and only while their run is still the account's current one (its generation).
+class ScannerViewModel {
+public:
+    using State = ScannerState;
+    using Clock = std::chrono::steady_clock;
+
+    explicit ScannerViewModel(ScannerViewModelOptions options);
+    // Cancels every background run; runs still on their way out publish nothing.
+    ~ScannerViewModel();
+    ScannerViewModel(const ScannerViewModel&) = delete;
+    ScannerViewModel& operator=(const ScannerViewModel&) = delete;
+
+    void addObserver(ScannerViewModelObserver* observer);
+    void removeObserver(ScannerViewModelObserver* observer);
+
+    // Published fields.
+    const State& state() const { return state_; }
+    const FileNodeRef& selectedNode() const { return selectedNode_; }
+    const std::vector<ProviderRef>& providers() const { return providers_; }
+    const ProviderRef& activeProvider() const { return activeProvider_; }
+    const std::set<std::string>& backendTypesPresentInRclone() const {
+        return backendTypesPresentInRclone_;
+    }
+    const std::set<std::string>& configuredRemoteNames() const { return configuredRemoteNames_; }
+    const std::map<std::string, bool>& sidebarRemoteReadyForUse() const {
+        return sidebarRemoteReadyForUse_;
+    }
+    const std::optional<std::string>& accountRemovalError() const { return accountRemovalError_; }
+    const std::set<std::string>& remoteIDsLoading() const { return remoteIDsLoading_; }
+    bool showFullDiskAccessAdvisory() const { return showFullDiskAccessAdvisory_; }
+    bool showLocalVolumePicker() const { return showLocalVolumePicker_; }
+    const std::optional<std::string>& pendingLocalDiskPickerRemoteID() const {
+        return pendingLocalDiskPickerRemoteID_;
+    }
+
+    // The last state of an account, shown or not (the sidebar's glance); idle when none.
+    State paneState(const std::string& remoteID) const;
+    // The provider of the sidebar row `remoteID`, when there is one.
+    ProviderRef provider(const std::string& remoteID) const;
+    // The saved-scan stem the last load of the account used.
+    std::optional<std::string> lastScanCacheStem(const std::string& remoteID) const;
+    // The folder the account scans: for a local account its chosen path (else "/"), for object
+    // storage its stored bucket or container, else the whole remote ("").
+    std::string scanPath(const CloudStorageProvider& provider);
+    ScanCache& cache() { return *cache_; }
+
+    // Start-up and the account list.
+    // Rebuilds the account list from the rclone configuration in the background; `onFinished`
+    // runs on the main thread once the list is published (also when reading it failed).
+    void refreshProviders(std::function<void()> onFinished = {});
+    bool isRefreshingProviders() const { return refreshInFlight_ > 0; }
+    void selectProvider(const ProviderRef& provider);
+    void applyPaneState(State state, const std::string& remoteID);
+    void syncPublishedStateToSelection();
+    void reconcileActiveRemoteWithLiveScanBuffers(const std::string& remoteID);
+    void select(FileNodeRef node);
+    std::optional<std::string> webURL(const FileNode& node) const;
+    void dismissAccountRemovalError();
+
+    // Scans.
+    void confirmLocalDiskScan(const std::string& remoteID, const std::string& scanPath);
+    void cancelLocalDiskScanPicker();
+    void rescan();
+    void cancelScan();
+    // Makes `provider` active and loads it without the picker's detour: a local account scans
+    // `localScanPath` when one is given (remembered as its chosen folder, as
+    // confirmLocalDiskScan does); `rescan` scans afresh even when a saved scan exists. What
+    // the command line calls; the load otherwise follows selectProvider's rules.
+    struct OpenAccountRequest {
+        std::optional<std::string> localScanPath;
+        bool rescan = false;
+    };
+    void openAccount(const ProviderRef& provider, const OpenAccountRequest& request);
+    // Cancels every running scan the way cancelScan does (partial trees are saved) and every
+    // other background run; for quitting. `waitForSavedScans` then waits for the saves.
+    void cancelAllWork();
+    // Waits (up to `timeout`) until the checkpoint and cancel-time cache writes queued so far
+    // are on disk; true when they all finished.
+    bool waitForSavedScans(std::chrono::milliseconds timeout);
+    // True while any load, scan or refresh of this object still runs (cancelled ones
+    // included, until they have ended).
+    bool hasBackgroundWork() const;
+    std::int64_t currentLoadGeneration(const std::string& remoteID) const;
+    std::int64_t nextLoadGeneration(const std::string& remoteID);
+    void invalidateLoadGeneration(const std::string& remoteID);
+
+    // Accounts.
+    void removeAccount(const ProviderRef& provider, std::function<void()> onFinished = {});
+    bool canRemoveAccount(const CloudStorageProvider& provider) const;
+    bool canAddAnotherAccount(const CloudStorageProvider& provider) const;
+    bool sidebarRemoteShowsInMainList(const CloudStorageProvider& provider) const;
+
+    // The adapter of the account list and configuration commands.
+    const RcloneAdapter& addAccountHelper() const { return addAccountHelper_; }
+    const std::shared_ptr<SettingsStore>& settings() const { return options_.settings; }
+
+private:
+    struct RunningLoad;
+    struct PendingSaves;
+    class Liveness;
+
+    Clock::time_point now() const;
+    void notify(PublishedField field);
+    template <class Value> void publish(Value& field, Value value, PublishedField name);
+
+    // Background work.
+    std::uint64_t launchTask(const std::string& label, std::function<void(std::stop_token)> body);
+    void taskEnded(std::uint64_t taskID);
+    void retireTask(const std::string& remoteID);
+    void postIfAlive(std::function<void()> job) const;
+    void postIfCurrent(const std::string& remoteID, std::int64_t generation,
+                       std::function<void()> job) const;
+
+    // Scan runs.
+    void markRemoteLoading(const std::string& remoteID);
+    void unmarkRemoteLoading(const std::string& remoteID);
+    std::string cacheStem(const CloudStorageProvider& provider, const std::string& scanPath) const;
+    std::string resolvedLocalScanPath(const std::string& remoteID);
+    void launchDetachedRemoteLoad(const ProviderRef& provider, const std::string& remoteID,
+                                  std::int64_t generation, FileNodeRef seedOverride,
+                                  bool clearCacheFirst, const std::string& scanPath, bool isLocal);
+    void performDetachedRemoteLoad(const ProviderRef& provider, const std::string& remoteID,
+                                   std::int64_t generation, FileNodeRef seedOverride,
+                                   bool clearCacheFirst, const std::string& scanPath,
+                                   const std::string& cacheStem, bool isLocal,
+                                   std::stop_token stopToken);
+    void runScanInBackground(const ProviderRef& provider, const std::string& remoteID,
+                             std::int64_t generation, FileNodeRef seedOverride,
+                             const std::string& scanPath, const std::string& cacheStem,
+                             bool isLocal, std::stop_token stopToken);
+    void applyFailure(const ProviderRef& provider, const std::string& remoteID,
+                      std::int64_t generation, std::exception_ptr failure);
+    void receiveProgress(const std::string& remoteID, const ScanProgress& progress);
+    void receivePartialTree(const std::string& remoteID, const FileNodeRef& root);
+    void emitLiveStateIfDue(const std::string& remoteID);
+    void recordScanCheckpointIfDue(const std::string& remoteID, const FileNodeRef& root);
+    void saveTreeInBackground(const FileNode& root, const std::string& stem, const char* why);
+    void stopLoad(const std::string& remoteID, bool keepPartialTree);
+
+    // The account list.
+    void publishAccountDirectory(AccountDirectory directory);
+    ProviderRef makeProvider(const AccountEntry& entry);
+    void purgeBvPrefixedTestRemotesOnceIfNeeded(std::stop_token stopToken);
+    void repairAliasedRcloneProviderTypesIfNeeded(const std::vector<AliasedTypeRepair>& pairs,
+                                                  std::stop_token stopToken);
+    void forgetAccount(const std::string& remoteID);
+    void activate(const ProviderRef& provider);
+    void rememberLocalScanPath(const std::string& remoteID, const std::string& scanPath);
+
+    ScannerViewModelOptions options_;
+    MainQueue& mainQueue_;
+    std::shared_ptr<ScanCache> cache_;
+    RcloneAdapter addAccountHelper_;
+    std::shared_ptr<Liveness> liveness_;
+    std::vector<ScannerViewModelObserver*> observers_;
+
+    // Published.
+    State state_;
+    FileNodeRef selectedNode_;
+    std::vector<ProviderRef> providers_;
+    ProviderRef activeProvider_;
+    std::set<std::string> backendTypesPresentInRclone_;
+    std::set<std::string> configuredRemoteNames_;
+    std::map<std::string, bool> sidebarRemoteReadyForUse_;
+    std::optional<std::string> accountRemovalError_;
+    std::set<std::string> remoteIDsLoading_;
+    bool showFullDiskAccessAdvisory_ = false;
+    bool showLocalVolumePicker_ = false;
+    std::optional<std::string> pendingLocalDiskPickerRemoteID_;
+
+    // Internal.
+    std::map<std::string, RunningLoad> loadTasksByRemote_;
+    std::map<std::string, State> paneStatesByRemote_;
+    std::map<std::string, std::int64_t> loadGenerationByRemote_;
+    std::map<std::string, ScanProgress> latestScanProgressByRemote_;
+    std::map<std::string, FileNodeRef> liveScanRootByRemote_;
+    std::map<std::string, Clock::time_point> lastLiveUIPaneEmit_;
+    std::map<std::string, Clock::time_point> lastScanCheckpointTime_;
+    std::map<std::string, std::string> localScanPathByRemoteID_;
+    std::map<std::string, std::string> lastScanCacheStemByRemoteID_;
+    std::map<std::uint64_t, std::unique_ptr<Task>> tasks_;
+    std::uint64_t nextTaskID_ = 1;
+    int refreshInFlight_ = 0;
+    std::uint64_t latestRefreshNumber_ = 0;
+    std::set<std::string> placeholderIDs_;
+    std::shared_ptr<PendingSaves> pendingSaves_;
+};
+
+} // namespace brimvale
