@@ -6,6 +6,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <spawn.h>
+#include <sys/socket.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <system_error>
@@ -96,12 +97,17 @@ std::vector<char*> pointersTo(std::vector<std::string>& strings) {
 }
 
 // Reads what the pipe holds now; closes it (and sets `fd` to -1) at its end.
-void readAvailable(int& fd, std::string& into) {
+void readAvailable(int& fd, ChildOutputStream stream, std::string& into,
+                   const ChildOutputObserver& observer) {
     char buffer[65536];
     for (;;) {
         const ssize_t count = ::read(fd, buffer, sizeof buffer);
         if (count > 0) {
-            into.append(buffer, static_cast<std::size_t>(count));
+            const std::string_view chunk(buffer, static_cast<std::size_t>(count));
+            if (observer) {
+                observer(stream, chunk);
+            }
+            into.append(chunk);
             continue;
         }
         if (count < 0 && errno == EINTR) {
@@ -117,14 +123,61 @@ void readAvailable(int& fd, std::string& into) {
 
 } // namespace
 
+// The two ends of the child's input: a stream socket pair rather than a pipe, so that our
+// writes can pass MSG_NOSIGNAL instead of raising SIGPIPE when the child has gone.
+class InputSocketPair {
+public:
+    InputSocketPair() {
+        if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, fds_) != 0) {
+            throwSystemError(errno, "could not create a socket pair");
+        }
+        // Our end only writes; the child's only reads.
+        ::shutdown(fds_[0], SHUT_RD);
+        ::shutdown(fds_[1], SHUT_WR);
+    }
+    ~InputSocketPair() {
+        for (int& fd : fds_) {
+            if (fd >= 0) {
+                ::close(std::exchange(fd, -1));
+            }
+        }
+    }
+    int ours() const { return fds_[0]; }
+    int childs() const { return fds_[1]; }
+    int releaseOurs() { return std::exchange(fds_[0], -1); }
+    void closeChilds() { ::close(std::exchange(fds_[1], -1)); }
+
+private:
+    int fds_[2] = {-1, -1};
+};
+
 std::unique_ptr<ChildProcess> ChildProcess::spawn(const ChildProcessOptions& options) {
-    FileDescriptorPair standardOutput;
-    FileDescriptorPair standardError;
+    const bool outputPipes = options.outputs == ChildOutputs::pipes;
+    std::optional<FileDescriptorPair> standardOutput;
+    std::optional<FileDescriptorPair> standardError;
+    std::optional<InputSocketPair> standardInput;
+    if (outputPipes) {
+        standardOutput.emplace();
+        standardError.emplace();
+    }
+    if (options.standardInput == ChildStandardInput::pipe) {
+        standardInput.emplace();
+    }
 
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_adddup2(&actions, standardOutput.writeEnd(), STDOUT_FILENO);
-    posix_spawn_file_actions_adddup2(&actions, standardError.writeEnd(), STDERR_FILENO);
+    if (standardInput) {
+        posix_spawn_file_actions_adddup2(&actions, standardInput->childs(), STDIN_FILENO);
+    } else if (options.standardInput == ChildStandardInput::nullDevice) {
+        posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+    }
+    if (outputPipes) {
+        posix_spawn_file_actions_adddup2(&actions, standardOutput->writeEnd(), STDOUT_FILENO);
+        posix_spawn_file_actions_adddup2(&actions, standardError->writeEnd(), STDERR_FILENO);
+    } else {
+        posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
+        posix_spawn_file_actions_adddup2(&actions, STDOUT_FILENO, STDERR_FILENO);
+    }
 #if defined(__GLIBC__) && defined(__GLIBC_PREREQ)
 #if __GLIBC_PREREQ(2, 34)
     // Descriptors that some library opened without close-on-exec stay out of the child too.
@@ -161,25 +214,37 @@ std::unique_ptr<ChildProcess> ChildProcess::spawn(const ChildProcessOptions& opt
     if (result != 0) {
         throwSystemError(result, "could not start " + options.executable);
     }
-    standardOutput.closeWrite();
-    standardError.closeWrite();
-    for (const int fd : {standardOutput.readEnd(), standardError.readEnd()}) {
-        ::fcntl(fd, F_SETFL, ::fcntl(fd, F_GETFL) | O_NONBLOCK);
+    int outputFd = -1;
+    int errorFd = -1;
+    if (outputPipes) {
+        standardOutput->closeWrite();
+        standardError->closeWrite();
+        for (const int fd : {standardOutput->readEnd(), standardError->readEnd()}) {
+            ::fcntl(fd, F_SETFL, ::fcntl(fd, F_GETFL) | O_NONBLOCK);
+        }
+        outputFd = standardOutput->releaseRead();
+        errorFd = standardError->releaseRead();
     }
-    return std::unique_ptr<ChildProcess>(new ChildProcess(
-        pid, standardOutput.releaseRead(), standardError.releaseRead(), options.killGracePeriod));
+    int inputFd = -1;
+    if (standardInput) {
+        standardInput->closeChilds();
+        inputFd = standardInput->releaseOurs();
+    }
+    return std::unique_ptr<ChildProcess>(
+        new ChildProcess(pid, outputFd, errorFd, inputFd, options.killGracePeriod));
 }
 
-ChildProcess::ChildProcess(pid_t pid, int standardOutput, int standardError,
+ChildProcess::ChildProcess(pid_t pid, int standardOutput, int standardError, int standardInput,
                            std::chrono::milliseconds killGracePeriod)
     : pid_(pid)
     , standardOutput_(standardOutput)
     , standardError_(standardError)
     , exitNotification_(openExitNotification(pid))
+    , standardInput_(standardInput)
     , killGracePeriod_(killGracePeriod) {}
 
 ChildProcess::~ChildProcess() {
-    for (int* fd : {&standardOutput_, &standardError_, &exitNotification_}) {
+    for (int* fd : {&standardOutput_, &standardError_, &exitNotification_, &standardInput_}) {
         if (*fd >= 0) {
             ::close(std::exchange(*fd, -1));
         }
@@ -211,6 +276,31 @@ void ChildProcess::killIfGracePeriodOver() {
     }
 }
 
+bool ChildProcess::isRunning() const {
+    std::lock_guard lock(mutex_);
+    return !reaped_ && !childHasExited();
+}
+
+bool ChildProcess::writeStandardInput(std::string_view bytes) {
+    std::lock_guard lock(inputMutex_);
+    while (standardInput_ >= 0 && !bytes.empty()) {
+        const ssize_t count = ::send(standardInput_, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+        if (count >= 0) {
+            bytes.remove_prefix(static_cast<std::size_t>(count));
+        } else if (errno != EINTR) {
+            return false; // EPIPE: the child closed its end or has exited
+        }
+    }
+    return standardInput_ >= 0;
+}
+
+void ChildProcess::closeStandardInput() {
+    std::lock_guard lock(inputMutex_);
+    if (standardInput_ >= 0) {
+        ::close(std::exchange(standardInput_, -1));
+    }
+}
+
 bool ChildProcess::childHasExited() const {
     siginfo_t info{};
     // WNOWAIT leaves the child a zombie, so its id cannot be reused before reap().
@@ -227,7 +317,7 @@ int ChildProcess::reap() {
     return status;
 }
 
-ChildProcessResult ChildProcess::collectOutputAndWait() {
+ChildProcessResult ChildProcess::collectOutputAndWait(const ChildOutputObserver& observer) {
     ChildProcessResult result;
     bool exited = false;
     while (!exited) {
@@ -248,10 +338,12 @@ ChildProcessResult ChildProcess::collectOutputAndWait() {
             throwSystemError(errno, "could not wait for the output of a child process");
         }
         if (standardOutput_ >= 0) {
-            readAvailable(standardOutput_, result.standardOutput);
+            readAvailable(standardOutput_, ChildOutputStream::standardOutput, result.standardOutput,
+                          observer);
         }
         if (standardError_ >= 0) {
-            readAvailable(standardError_, result.standardError);
+            readAvailable(standardError_, ChildOutputStream::standardError, result.standardError,
+                          observer);
         }
         exited = childHasExited();
         if (!exited && pipesOpen) {
@@ -260,10 +352,18 @@ ChildProcessResult ChildProcess::collectOutputAndWait() {
         if (exited) {
             // Whatever the child wrote before it exited is in the pipes now; anything later
             // would come from a process it left behind holding them.
-            for (auto [fd, into] : {std::pair{&standardOutput_, &result.standardOutput},
-                                    std::pair{&standardError_, &result.standardError}}) {
+            struct Stream {
+                int* fd;
+                ChildOutputStream stream;
+                std::string* into;
+            };
+            for (const Stream& stream : {Stream{&standardOutput_, ChildOutputStream::standardOutput,
+                                                &result.standardOutput},
+                                         Stream{&standardError_, ChildOutputStream::standardError,
+                                                &result.standardError}}) {
+                int* fd = stream.fd;
                 if (*fd >= 0) {
-                    readAvailable(*fd, *into);
+                    readAvailable(*fd, stream.stream, *stream.into, observer);
                 }
                 if (*fd >= 0) {
                     ::close(std::exchange(*fd, -1));

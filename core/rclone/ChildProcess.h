@@ -1,10 +1,12 @@
 #pragma once
 
 #include <chrono>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <sys/types.h>
 #include <vector>
 
@@ -16,6 +18,22 @@ struct EnvironmentChange {
     std::optional<std::string> value; // absent: the variable is removed
 };
 
+// Where a child's standard input comes from.
+enum class ChildStandardInput {
+    inherited,  // this process's standard input
+    nullDevice, // /dev/null: a read gets end of file at once (nothing can wait on a terminal)
+    pipe,       // written by writeStandardInput(), ended by closeStandardInput()
+};
+
+// Where a child's standard output and standard error go.
+enum class ChildOutputs {
+    pipes,      // collected by collectOutputAndWait()
+    nullDevice, // /dev/null: for servers whose log nobody reads
+};
+
+// Which of the child's output streams a chunk came from.
+enum class ChildOutputStream { standardOutput, standardError };
+
 struct ChildProcessOptions {
     // The program to run, by absolute path (the PATH variable is never searched).
     std::string executable;
@@ -25,6 +43,8 @@ struct ChildProcessOptions {
     std::vector<EnvironmentChange> environmentChanges;
     // After terminate(), how long the child may take to exit before it is killed outright.
     std::chrono::milliseconds killGracePeriod{10'000};
+    ChildStandardInput standardInput = ChildStandardInput::inherited;
+    ChildOutputs outputs = ChildOutputs::pipes;
 };
 
 struct ChildProcessResult {
@@ -36,13 +56,19 @@ struct ChildProcessResult {
     std::string standardError;
 };
 
+// Sees each chunk of output as it arrives, before it is added to the result.
+using ChildOutputObserver = std::function<void(ChildOutputStream stream, std::string_view chunk)>;
+
 // A child process started with posix_spawn, its standard output and standard error each on a
-// pipe, standard input and working directory inherited. Reading drains both pipes together
-// with poll, so neither can fill up and block the child. The child never inherits another
-// run's pipes (every descriptor is close-on-exec).
+// pipe (or the null device), the working directory inherited, standard input inherited, the
+// null device or a pipe of ours. Reading drains both pipes together with poll, so neither can
+// fill up and block the child. The child never inherits another run's pipes (every descriptor
+// is close-on-exec).
 //
-// Thread safety: terminate() may be called from any thread at any time, also concurrently with
-// collectOutputAndWait(); everything else belongs to the thread that spawned the child.
+// Thread safety: terminate() and isRunning() may be called from any thread at any time, also
+// concurrently with collectOutputAndWait(); so may writeStandardInput() and
+// closeStandardInput(), which serialise among themselves. Everything else belongs to the
+// thread that spawned the child.
 class ChildProcess {
 public:
     // Starts the child; throws std::system_error when it cannot be started (the program is
@@ -60,13 +86,26 @@ public:
     // Does nothing once the child has been reaped, so a reused process id is never signalled.
     void terminate() noexcept;
 
+    // Whether the child has not exited yet (an exited child that is not reaped yet counts as
+    // ended).
+    bool isRunning() const;
+
+    // Writes all of `bytes` to the child's standard input (a pipe, see ChildStandardInput),
+    // blocking while the child does not read. False when the child closed its end or exited,
+    // or there is no input pipe; never raises SIGPIPE.
+    bool writeStandardInput(std::string_view bytes);
+    // Ends the child's standard input (it reads end of file). Later writes return false.
+    void closeStandardInput();
+
     // Reads both pipes to their end, waits for the child to exit, reaps it and returns what it
     // wrote. Called once. If the child exits while something it started still holds the
-    // pipes open, what was written so far is returned without waiting for that.
-    ChildProcessResult collectOutputAndWait();
+    // pipes open, what was written so far is returned without waiting for that. `observer`,
+    // when given, sees every chunk on this thread as soon as it is read; an exception it
+    // throws ends the collection (the child is then killed when this object is destroyed).
+    ChildProcessResult collectOutputAndWait(const ChildOutputObserver& observer = {});
 
 private:
-    ChildProcess(pid_t pid, int standardOutput, int standardError,
+    ChildProcess(pid_t pid, int standardOutput, int standardError, int standardInput,
                  std::chrono::milliseconds killGracePeriod);
 
     bool childHasExited() const;
@@ -74,9 +113,11 @@ private:
     int reap();
 
     const pid_t pid_;
-    int standardOutput_;   // read end, non-blocking; -1 once closed
-    int standardError_;    // read end, non-blocking; -1 once closed
-    int exitNotification_; // readable once the child has exited (pidfd); -1 where unsupported
+    int standardOutput_;    // read end, non-blocking; -1 once closed
+    int standardError_;     // read end, non-blocking; -1 once closed
+    int exitNotification_;  // readable once the child has exited (pidfd); -1 where unsupported
+    std::mutex inputMutex_; // serialises writes to and the closing of standardInput_
+    int standardInput_;     // write end (a socket, so writes can refuse SIGPIPE); -1 if none
     const std::chrono::milliseconds killGracePeriod_;
 
     mutable std::mutex mutex_; // guards reaped_ and terminateRequestedAt_
