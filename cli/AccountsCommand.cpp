@@ -65,6 +65,10 @@ int listAccounts(std::span<const std::string> arguments, CommandStreams streams)
     }
     CoordinatorSession session;
     session.loadAccounts();
+    if (const auto& listError = session.viewModel().accountListError()) {
+        streams.err << "brimvale-cli accounts: could not read the rclone accounts: "
+                    << displayText(*listError) << '\n';
+    }
     const auto rows = accountRows(session.viewModel());
     if (json) {
         auto list = nlohmann::json::array();

@@ -88,8 +88,9 @@ struct ItemCounts {
     std::int64_t folders = 0;
 };
 
+// Folders include the scanned folder itself, as the scanner counts them.
 ItemCounts countItems(const FileNode& root) {
-    ItemCounts counts;
+    ItemCounts counts{.files = 0, .folders = root.isDirectory() ? 1 : 0};
     std::vector<const FileNode*> pending{&root};
     while (!pending.empty()) {
         const FileNode* node = pending.back();
@@ -192,12 +193,21 @@ int runScan(std::span<const std::string> rawArguments, CommandStreams streams) {
     if (accountName) {
         provider = viewModel.provider(*accountName);
         if (!provider || !viewModel.configuredRemoteNames().contains(*accountName)) {
+            if (const auto& listError = viewModel.accountListError()) {
+                streams.err << "brimvale-cli scan: could not read the rclone accounts: "
+                            << displayText(*listError) << '\n';
+                return exitFailure;
+            }
             streams.err << "brimvale-cli scan: there is no account named '"
                         << displayText(*accountName) << "' (brimvale-cli accounts lists them)\n";
             return exitFailure;
         }
     } else {
         provider = localAccount(viewModel);
+        if (!provider) {
+            streams.err << "brimvale-cli scan: no local account is available\n";
+            return exitFailure;
+        }
     }
     const std::string id = provider->remoteID();
     const std::string shownTarget = accountName ? *accountName + ":" : location;
@@ -284,8 +294,9 @@ int runScan(std::span<const std::string> rawArguments, CommandStreams streams) {
     } else {
         const ItemCounts counts = countItems(tree);
         streams.out << displayText(shownTarget) << "  " << formatBytes(tree.size()) << "  ("
-                    << groupedCount(counts.files) << " files, " << groupedCount(counts.folders)
-                    << " folders)";
+                    << groupedCount(counts.files) << (counts.files == 1 ? " file, " : " files, ")
+                    << groupedCount(counts.folders)
+                    << (counts.folders == 1 ? " folder)" : " folders)");
         if (loadedFromCache && done->savedDate) {
             streams.out << "  cached " << relativeAge(secondsSince(*done->savedDate));
         }

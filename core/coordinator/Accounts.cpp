@@ -2,7 +2,6 @@
 // the repair of aliased backend types, and sidebar visibility.
 #include "core/coordinator/CoordinatorInternals.h"
 #include "core/persistence/settings/SettingsKeys.h"
-#include "core/rclone/ObjectStorageScanPrefix.h"
 #include "core/support/ScanDiagnostics.h"
 #include "core/support/SettingsStore.h"
 #include "core/support/Task.h"
@@ -108,15 +107,17 @@ void ScannerViewModel::removeAccount(const ProviderRef& provider,
         std::optional<std::string> failure;
         try {
             addAccountHelper_.deleteRemote(id, token);
-            cache_->clearAllStems(id);
-            SettingsStore& settings = *options_.settings;
-            if (type == "s3") {
-                ObjectStorageScanPrefix::clearS3Bucket(settings, id);
-            } else if (type == "azureblob") {
-                ObjectStorageScanPrefix::clearAzureContainer(settings, id);
+            // A cloud account has one saved scan; a local one has one per volume
+            // ("<id>_<path>"). Another account whose name merely begins the same keeps its own.
+            cache_->clear(id);
+            if (type == "local") {
+                cache_->clearAllStems(id + "_");
             }
-            settings.remove(SettingsKeys::gcsScanBucket(id));
-            settings.remove(SettingsKeys::localScanPath(id));
+            // The stored bucket, container and volume path go with the account, whatever its
+            // type is now (a remote retyped since keeps nothing stale behind).
+            for (const auto& key : SettingsKeys::keysOwnedByAccount(id)) {
+                options_.settings->remove(key);
+            }
         } catch (const CancellationError&) {
             throw;
         } catch (const std::exception& error) {

@@ -276,6 +276,7 @@ void ScannerViewModel::refreshProviders(std::function<void()> onFinished) {
     launchTask("refresh accounts", [this, refreshNumber, finished](std::stop_token token) {
         purgeBvPrefixedTestRemotesOnceIfNeeded(token);
         std::optional<AccountDirectory> directory;
+        std::optional<std::string> failure;
         try {
             const auto remotes = addAccountHelper_.remotesFromConfig(token);
             const auto dump = addAccountHelper_.configDumpDictionary(token);
@@ -288,29 +289,33 @@ void ScannerViewModel::refreshProviders(std::function<void()> onFinished) {
             repairAliasedRcloneProviderTypesIfNeeded(directory->repairs, token);
         } catch (const CancellationError&) {
             throw;
-        } catch (const BrimvaleError& error) {
-            ScanDiagnostics::log("account list unavailable: " + error.description());
-            if (error.is<BrimvaleError::RcloneNotInstalled>()) {
-                // Without rclone there are no cloud accounts, only the pinned rows.
-                directory = readAccountDirectory({}, {});
-            }
         } catch (const std::exception& error) {
-            ScanDiagnostics::log(std::string("account list unavailable: ") + error.what());
+            failure = error.what();
+            ScanDiagnostics::log("account list unavailable: " + *failure);
         }
-        postIfAlive([this, refreshNumber, finished, directory = std::move(directory)]() mutable {
-            --refreshInFlight_;
-            // A later refresh has newer news.
-            if (directory && refreshNumber == latestRefreshNumber_) {
-                publishAccountDirectory(std::move(*directory));
-            }
-            if (*finished) {
-                (*finished)();
-            }
-        });
+        postIfAlive(
+            [this, refreshNumber, finished, failure, directory = std::move(directory)]() mutable {
+                --refreshInFlight_;
+                // A later refresh has newer news.
+                if (refreshNumber == latestRefreshNumber_) {
+                    accountListError_ = failure;
+                    if (directory) {
+                        publishAccountDirectory(std::move(*directory));
+                    } else if (!accountListPublished_) {
+                        // Without a readable configuration the pinned rows still appear; an
+                        // account list shown before stays as it was.
+                        publishAccountDirectory(readAccountDirectory({}, {}));
+                    }
+                }
+                if (*finished) {
+                    (*finished)();
+                }
+            });
     });
 }
 
 void ScannerViewModel::publishAccountDirectory(AccountDirectory directory) {
+    accountListPublished_ = true;
     std::vector<ProviderRef> providers;
     std::set<std::string> configured;
     std::set<std::string> types;
@@ -344,15 +349,21 @@ void ScannerViewModel::publishAccountDirectory(AccountDirectory directory) {
             PublishedField::backendTypesPresentInRclone);
     publish(sidebarRemoteReadyForUse_, std::move(ready), PublishedField::sidebarRemoteReadyForUse);
 
-    // Loads of accounts that left the list stop; their results would have nowhere to go.
-    std::vector<std::string> gone;
+    // Accounts that left the list stop their loads and forget their panes: their results
+    // would have nowhere to go, and an account added again under the name starts afresh.
+    std::set<std::string> gone;
     for (const auto& [remoteID, load] : loadTasksByRemote_) {
         if (!provider(remoteID)) {
-            gone.push_back(remoteID);
+            gone.insert(remoteID);
+        }
+    }
+    for (const auto& [remoteID, pane] : paneStatesByRemote_) {
+        if (!provider(remoteID)) {
+            gone.insert(remoteID);
         }
     }
     for (const auto& remoteID : gone) {
-        stopLoad(remoteID, false);
+        forgetAccount(remoteID);
     }
     std::set<std::string> loading;
     for (const auto& remoteID : remoteIDsLoading_) {

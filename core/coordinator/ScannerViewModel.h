@@ -104,6 +104,9 @@ public:
     // runs on the main thread once the list is published (also when reading it failed).
     void refreshProviders(std::function<void()> onFinished = {});
     bool isRefreshingProviders() const { return refreshInFlight_ > 0; }
+    // Why the last refresh could not read the rclone configuration (rclone missing, an
+    // unreadable configuration file); absent when it could.
+    const std::optional<std::string>& accountListError() const { return accountListError_; }
     void selectProvider(const ProviderRef& provider);
     void applyPaneState(State state, const std::string& remoteID);
     void syncPublishedStateToSelection();
@@ -237,6 +240,8 @@ private:
     std::uint64_t nextTaskID_ = 1;
     int refreshInFlight_ = 0;
     std::uint64_t latestRefreshNumber_ = 0;
+    bool accountListPublished_ = false;
+    std::optional<std::string> accountListError_;
     std::set<std::string> placeholderIDs_;
     std::shared_ptr<PendingSaves> pendingSaves_;
 };

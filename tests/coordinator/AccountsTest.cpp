@@ -1,0 +1,185 @@
+#include "core/coordinator/AccountDirectory.h"
+#include "core/persistence/settings/SettingsKeys.h"
+#include "core/rclone/ObjectStorageScanPrefix.h"
+#include "core/rclone/RcloneConfigDump.h"
+#include "tests/coordinator/CoordinatorTestSupport.h"
+
+#include <filesystem>
+
+namespace brimvale::testing {
+namespace {
+
+using Case = ScannerState::Case;
+
+std::vector<std::string> ids(const std::vector<ProviderRef>& providers) {
+    std::vector<std::string> names;
+    for (const auto& provider : providers) {
+        names.push_back(provider->remoteID());
+    }
+    return names;
+}
+
+TEST(AccountDirectoryTest, TypesAreTrimmedNumbersKeptAsTextAliasesRepairedAndReadinessJudged) {
+    const auto dump = parseConfigDump(R"({
+        "numbered": {"type": 5},
+        "spaced": {"type": " sftp\n", "host": "h"},
+        "bucket": {"type": "Google Cloud Storage"},
+        "half": {"type": "drive"},
+        "signed": {"type": "drive", "token": "{\"access_token\":\"x\"}"},
+        "emptytoken": {"type": "dropbox", "token": "{}"}
+    })");
+    const auto directory = readAccountDirectory(
+        {"numbered", " spaced ", "bucket", "half", "signed", "emptytoken", "spaced"}, dump);
+    std::vector<std::string> names;
+    for (const auto& entry : directory.accounts) {
+        names.push_back(entry.remoteName + "=" + entry.rcloneType +
+                        (entry.readyForUse ? "+" : "-") + (entry.isPlaceholder ? "p" : ""));
+    }
+    // A dropbox remote exists, so only the local row is pinned; the duplicate name is dropped.
+    EXPECT_EQ(names, (std::vector<std::string>{"numbered=5+", "spaced=sftp+", "bucket=gcs+",
+                                               "half=drive-", "signed=drive+",
+                                               "emptytoken=dropbox-", "localdisk=local-p"}));
+    EXPECT_EQ(directory.repairs, (std::vector<AliasedTypeRepair>{{"bucket", "gcs"}}));
+    EXPECT_EQ(directory.accounts[1].displayName, "SFTP (spaced)");
+}
+
+class AccountsTest : public CoordinatorTest {};
+
+TEST_F(AccountsTest, AnEmptyConfigurationStillListsThePinnedRowsWhichCannotBeRemoved) {
+    makeViewModel();
+    EXPECT_TRUE(viewModel->providers().empty()) << "construction reads nothing";
+    refresh();
+    EXPECT_EQ(ids(viewModel->providers()), (std::vector<std::string>{"localdisk", "dropbox"}));
+    EXPECT_TRUE(viewModel->configuredRemoteNames().empty());
+    EXPECT_TRUE(viewModel->state().is<ScannerState::Idle>());
+    for (const auto& provider : viewModel->providers()) {
+        EXPECT_FALSE(viewModel->canRemoveAccount(*provider));
+        EXPECT_TRUE(viewModel->sidebarRemoteShowsInMainList(*provider));
+    }
+    EXPECT_EQ(viewModel->providers()[0]->displayName(), "Local disk");
+    EXPECT_EQ(viewModel->providers()[1]->displayName(), "Dropbox");
+    EXPECT_EQ(observer.count(PublishedField::providers), 1);
+    // A second refresh that finds the same accounts keeps the same objects and says nothing.
+    const auto before = viewModel->providers();
+    refresh();
+    EXPECT_EQ(viewModel->providers(), before);
+    EXPECT_EQ(observer.count(PublishedField::providers), 1);
+}
+
+TEST_F(AccountsTest, IncompleteRemotesAreHiddenAndAliasedTypesAreRewrittenInTheConfiguration) {
+    sandbox.addRemote("half", "drive");
+    sandbox.addRemote("bucket", "google cloud storage");
+    makeViewModel();
+    refresh();
+    EXPECT_FALSE(viewModel->sidebarRemoteShowsInMainList(*providerNamed("half")));
+    EXPECT_TRUE(viewModel->canRemoveAccount(*providerNamed("half")));
+    EXPECT_EQ(providerNamed("bucket")->rcloneType(), "gcs");
+    EXPECT_TRUE(viewModel->backendTypesPresentInRclone().contains("gcs"));
+    EXPECT_NE(readFile(sandbox.configPath()).find("type = gcs"), std::string::npos);
+}
+
+TEST_F(AccountsTest, TestRemotesArePurgedOnceAndLaterOnesAreLeftAlone) {
+    sandbox.addRemote("bv_leftover", "memory");
+    sandbox.addRemote("keep", "memory");
+    makeViewModel();
+    refresh();
+    EXPECT_EQ(viewModel->configuredRemoteNames(), (std::set<std::string>{"keep"}));
+    EXPECT_EQ(settings->boolValue(SettingsKeys::didPurgeBvUnderscoreTestRemotes), true);
+    sandbox.addRemote("bv_new", "memory");
+    refresh();
+    EXPECT_EQ(viewModel->configuredRemoteNames(), (std::set<std::string>{"bv_new", "keep"}));
+}
+
+TEST_F(AccountsTest, RemovingTheActiveAccountWhileItScansDropsItsResultsAndEverythingSaved) {
+    sandbox.addRemote("photos", "alias", {{"remote", "/nonexistent"}});
+    sandbox.addRemote("photos_2", "alias", {{"remote", "/nonexistent"}});
+    auto photos = script("photos");
+    makeViewModel();
+    refresh();
+    writeFile(cacheFolder / "photos_2.cache", "another account's saved scan");
+    ObjectStorageScanPrefix::setS3Bucket(*settings, "b", "photos");
+    viewModel->selectProvider(providerNamed("photos"));
+    ASSERT_TRUE(photos->waitForScans(1));
+    ASSERT_TRUE(pumpUntil([&] { return paneCase("photos") == Case::scanning; }));
+    photos->push(ScriptedProvider::PartialTree{tree("photos", 1)});
+    ASSERT_TRUE(pumpUntil([&] { return photos->waitUntilDrained(std::chrono::milliseconds(1)); }));
+    viewModel->waitForSavedScans(std::chrono::seconds(10));
+    ASSERT_TRUE(std::filesystem::exists(cacheFolder / "photos.cache"));
+
+    bool removed = false;
+    viewModel->removeAccount(providerNamed("photos"), [&removed] { removed = true; });
+    photos->push(ScriptedProvider::Finish{tree("late", 5)});
+    ASSERT_TRUE(pumpUntil([&] { return removed; }));
+    EXPECT_EQ(viewModel->provider("photos"), nullptr);
+    EXPECT_EQ(viewModel->activeProvider(), nullptr);
+    EXPECT_TRUE(viewModel->state().is<ScannerState::Idle>());
+    EXPECT_FALSE(viewModel->accountRemovalError().has_value());
+    EXPECT_EQ(readFile(sandbox.configPath()).find("[photos]"), std::string::npos);
+    ASSERT_TRUE(pumpUntil([&] { return !viewModel->hasBackgroundWork(); }));
+    EXPECT_FALSE(std::filesystem::exists(cacheFolder / "photos.cache"));
+    EXPECT_TRUE(std::filesystem::exists(cacheFolder / "photos_2.cache"))
+        << "another account whose name begins the same keeps its saved scan";
+    EXPECT_FALSE(settings->contains(SettingsKeys::s3ObjectPrefix("photos")));
+    EXPECT_TRUE(viewModel->state().is<ScannerState::Idle>()) << caseName(viewModel->state().kind());
+}
+
+TEST_F(AccountsTest, RemovingALocalAccountDeletesTheSavedScansOfAllItsVolumes) {
+    sandbox.addRemote("disk", "local");
+    makeViewModel();
+    refresh();
+    writeFile(cacheFolder / "disk.cache", "x");
+    writeFile(cacheFolder / "disk_srv__media.cache", "x");
+    settings->setString(SettingsKeys::localScanPath("disk"), "/srv/media");
+    bool removed = false;
+    viewModel->removeAccount(providerNamed("disk"), [&removed] { removed = true; });
+    ASSERT_TRUE(pumpUntil([&] { return removed; }));
+    EXPECT_FALSE(std::filesystem::exists(cacheFolder / "disk.cache"));
+    EXPECT_FALSE(std::filesystem::exists(cacheFolder / "disk_srv__media.cache"));
+    EXPECT_FALSE(settings->contains(SettingsKeys::localScanPath("disk")));
+    // The pinned local row is back.
+    EXPECT_NE(viewModel->provider("localdisk"), nullptr);
+}
+
+TEST_F(AccountsTest, AFailedRemovalIsReportedAndKeepsTheSavedScan) {
+    // rclone refuses to write its configuration (a read-only home, a full disk).
+    makeViewModel(sandbox.fakeRunner(R"(
+case "$1 $2" in
+  "config dump") echo '{"photos": {"type": "alias", "remote": "/x"}}' ;;
+  "config delete") echo "Failed to save config after 10 tries: permission denied" >&2; exit 1 ;;
+  *) exit 0 ;;
+esac)"));
+    refresh();
+    ASSERT_NE(providerNamed("photos"), nullptr);
+    writeFile(cacheFolder / "photos.cache", "x");
+    bool removed = false;
+    viewModel->removeAccount(providerNamed("photos"), [&removed] { removed = true; });
+    ASSERT_TRUE(pumpUntil([&removed] { return removed; }));
+    ASSERT_TRUE(viewModel->accountRemovalError().has_value());
+    EXPECT_NE(viewModel->accountRemovalError()->find("permission denied"), std::string::npos)
+        << *viewModel->accountRemovalError();
+    EXPECT_TRUE(std::filesystem::exists(cacheFolder / "photos.cache"));
+    EXPECT_NE(providerNamed("photos"), nullptr) << "the account is still configured";
+    viewModel->dismissAccountRemovalError();
+    EXPECT_FALSE(viewModel->accountRemovalError().has_value());
+}
+
+TEST_F(AccountsTest, AnAccountThatLeavesTheConfigurationStopsItsLoadAndLeavesTheSelection) {
+    sandbox.addRemote("photos", "alias", {{"remote", "/nonexistent"}});
+    auto photos = script("photos");
+    makeViewModel();
+    refresh();
+    viewModel->selectProvider(providerNamed("photos"));
+    ASSERT_TRUE(photos->waitForScans(1));
+    writeFile(sandbox.configPath(), "");
+    refresh();
+    EXPECT_EQ(viewModel->activeProvider(), nullptr);
+    EXPECT_TRUE(viewModel->state().is<ScannerState::Idle>());
+    EXPECT_TRUE(viewModel->remoteIDsLoading().empty());
+    photos->push(ScriptedProvider::Finish{tree("late", 1)});
+    ASSERT_TRUE(pumpUntil([&] { return !viewModel->hasBackgroundWork(); }));
+    EXPECT_TRUE(viewModel->state().is<ScannerState::Idle>());
+    EXPECT_EQ(paneCase("photos"), Case::idle);
+}
+
+} // namespace
+} // namespace brimvale::testing
