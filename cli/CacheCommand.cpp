@@ -1,5 +1,6 @@
 #include "cli/CacheCommand.h"
 
+#include "cli/CoordinatorSession.h"
 #include "cli/DisplayText.h"
 #include "cli/ListingArguments.h"
 #include "cli/TreeJsonWriter.h"
@@ -78,20 +79,78 @@ int listCaches(std::span<const std::string> arguments, CommandStreams streams) {
     return exitSuccess;
 }
 
+// The saved-scan files of an account: "<id>.cache" (or ".json"), and for a local account one
+// per volume, "<id>_<path>.cache".
+std::vector<std::string> savedScanFiles(const std::string& directory, const std::string& account,
+                                        bool perVolumeToo) {
+    std::vector<std::string> names;
+    DIR* listing = ::opendir(directory.c_str());
+    if (listing == nullptr) {
+        return names;
+    }
+    while (const dirent* entry = ::readdir(listing)) {
+        const std::string name = entry->d_name;
+        const bool ours = name == account + ".cache" || name == account + ".json" ||
+                          (perVolumeToo && name.starts_with(account + "_") &&
+                           (name.ends_with(".cache") || name.ends_with(".json")));
+        if (ours) {
+            names.push_back(name);
+        }
+    }
+    ::closedir(listing);
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+int clearCache(std::span<const std::string> arguments, CommandStreams streams) {
+    if (arguments.size() != 1) {
+        throw UsageError("cache clear takes one account name");
+    }
+    std::string account = arguments[0];
+    if (account.ends_with(':')) {
+        account.pop_back();
+    }
+    if (account.empty() || account.find('/') != std::string::npos) {
+        throw UsageError("'" + arguments[0] + "' is not an account name");
+    }
+    CoordinatorSession session;
+    session.loadAccounts();
+    ScannerViewModel& viewModel = session.viewModel();
+    const ProviderRef provider = viewModel.provider(account);
+    const bool local = provider && provider->rcloneType() == "local";
+    const auto files = savedScanFiles(viewModel.cache().directory(), account, local);
+    viewModel.cache().clear(account);
+    if (local) {
+        viewModel.cache().clearAllStems(account + "_");
+    }
+    if (files.empty()) {
+        streams.out << "No saved scan of " << displayText(account) << '\n';
+        return exitSuccess;
+    }
+    for (const auto& name : files) {
+        streams.out << "Removed " << displayText(name) << '\n';
+    }
+    return exitSuccess;
+}
+
 } // namespace
 
 Command cacheCommand() {
     return Command{
         .name = "cache",
         .summary = "Show saved scans",
-        .usage = "cache list | cache show FILE [--json] [--depth N] [--top N]",
-        .details = "list     the saved scans in the cache folder, with their sizes\n"
-                   "show     the tree saved in FILE (a .cache file, or an older .json one): the\n"
-                   "         largest items, --depth levels deep (default 1), --top per folder\n"
-                   "         (default 10); --json writes the whole tree as JSON instead",
+        .usage =
+            "cache list | cache show FILE [--json] [--depth N] [--top N] | cache clear ACCOUNT",
+        .details =
+            "list     the saved scans in the cache folder, with their sizes\n"
+            "clear    removes the saved scans of ACCOUNT (every volume of a local one); its\n"
+            "         next scan starts afresh\n"
+            "show     the tree saved in FILE (a .cache file, or an older .json one): the\n"
+            "         largest items, --depth levels deep (default 1), --top per folder\n"
+            "         (default 10); --json writes the whole tree as JSON instead",
         .run = [](std::span<const std::string> arguments, CommandStreams streams) {
             if (arguments.empty()) {
-                throw UsageError("say list or show");
+                throw UsageError("say list, show or clear");
             }
             if (arguments[0] == "show") {
                 return showCache(arguments.subspan(1), streams);
@@ -99,7 +158,11 @@ Command cacheCommand() {
             if (arguments[0] == "list") {
                 return listCaches(arguments.subspan(1), streams);
             }
-            throw UsageError("unknown cache command '" + arguments[0] + "': use list or show");
+            if (arguments[0] == "clear") {
+                return clearCache(arguments.subspan(1), streams);
+            }
+            throw UsageError("unknown cache command '" + arguments[0] +
+                             "': use list, show or clear");
         }};
 }
 

@@ -79,7 +79,7 @@ TEST(CacheCommand, BadFilesAndArguments) {
         int status;
         const char* message;
     } cases[] = {
-        {{"cache"}, exitUsage, "say list or show"},
+        {{"cache"}, exitUsage, "say list, show or clear"},
         {{"cache", "purge"}, exitUsage, "unknown cache command 'purge'"},
         {{"cache", "show"}, exitUsage, "give the cache file"},
         {{"cache", "show", "a", "b"}, exitUsage, "give one cache file, not several"},

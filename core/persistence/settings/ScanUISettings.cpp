@@ -1,6 +1,8 @@
 #include "core/persistence/settings/ScanUISettings.h"
 
 #include <algorithm>
+#include <cstdlib>
+#include <string>
 
 namespace brimvale::ScanUISettings {
 namespace {
@@ -29,6 +31,20 @@ double adaptiveLiveRefreshInterval(std::int64_t itemsScanned) {
 double adaptiveCheckpointMinInterval(std::int64_t itemsScanned) {
     return steppedInterval(itemsScanned, checkpointMinFloor, checkpointMinCeiling, checkpointSteps,
                            &CheckpointStep::seconds);
+}
+
+void applyEnvironmentOverrides() {
+    const char* text = std::getenv("BRIMVALE_CHECKPOINT_SECONDS");
+    if (text == nullptr || *text == '\0') {
+        return;
+    }
+    char* end = nullptr;
+    const double seconds = std::strtod(text, &end);
+    if (*end != '\0' || !(seconds >= 0.0) || seconds > 86400.0) {
+        return;
+    }
+    checkpointMinFloor = seconds;
+    checkpointMinCeiling = seconds;
 }
 
 } // namespace brimvale::ScanUISettings

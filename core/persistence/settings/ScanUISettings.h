@@ -39,4 +39,10 @@ double adaptiveLiveRefreshInterval(std::int64_t itemsScanned);
 // Minimum seconds between two intermediate cache checkpoints of a running scan.
 double adaptiveCheckpointMinInterval(std::int64_t itemsScanned);
 
+// Applies the diagnostics switch BRIMVALE_CHECKPOINT_SECONDS: when it holds a number of seconds
+// (0 or more), every checkpoint interval becomes that number. For tests and for people who
+// want checkpoints more often; anything else in the variable is ignored. Called at start-up,
+// before any scan.
+void applyEnvironmentOverrides();
+
 } // namespace brimvale::ScanUISettings

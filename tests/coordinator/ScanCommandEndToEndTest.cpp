@@ -1,0 +1,160 @@
+// brimvale-cli scan and cache clear as a person runs them: the real program, the real rclone
+// with an alias remote over real files, and signals sent to the running scan.
+#include "core/rclone/ChildProcess.h"
+#include "tests/rclone/RcloneTestSupport.h"
+#include "tests/support/TemporaryTree.h"
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <filesystem>
+#include <thread>
+
+namespace brimvale::testing {
+namespace {
+
+class ScanCommandEndToEnd : public ::testing::Test {
+protected:
+    void SetUp() override {
+        sandbox.addRemote("files", "alias", {{"remote", tree.root()}});
+        tree.file("photos/2024/a.jpg", 300'000);
+        tree.file("photos/2024/b.jpg", 200'000);
+        tree.file("notes.txt", 1'000);
+    }
+
+    std::vector<EnvironmentChange> environment() const {
+        auto changes = sandbox.environment();
+        changes.push_back({"XDG_CACHE_HOME", (home / "cache").string()});
+        changes.push_back({"XDG_CONFIG_HOME", (home / "config").string()});
+        return changes;
+    }
+
+    std::unique_ptr<ChildProcess> start(std::vector<std::string> arguments,
+                                        std::vector<EnvironmentChange> extra = {}) const {
+        auto changes = environment();
+        changes.insert(changes.end(), extra.begin(), extra.end());
+        return ChildProcess::spawn(ChildProcessOptions{.executable = BRIMVALE_CLI_PROGRAM,
+                                                       .arguments = std::move(arguments),
+                                                       .environmentChanges = changes});
+    }
+
+    ChildProcessResult run(std::vector<std::string> arguments) const {
+        return start(std::move(arguments))->collectOutputAndWait();
+    }
+
+    std::filesystem::path cacheFile(const std::string& stem) const {
+        return home / "cache" / "Brimvale" / (stem + ".cache");
+    }
+
+    // A remote whose scan takes seconds: one rclone run per folder.
+    void addSlowRemote() {
+        for (int i = 0; i < 120; ++i) {
+            slowTree.file("d" + std::to_string(i) + "/f.bin", 1000 + i);
+        }
+        sandbox.addRemote("slow", "alias", {{"remote", slowTree.root()}});
+    }
+
+    RcloneSandbox sandbox;
+    TemporaryFolder home;
+    TemporaryTree tree;
+    TemporaryTree slowTree;
+};
+
+TEST_F(ScanCommandEndToEnd, ScansThenShowsTheSavedScanUntilAskedToRescan) {
+    auto first = run({"scan", "files:", "--depth", "2"});
+    ASSERT_EQ(first.exitStatus, 0) << first.standardError;
+    EXPECT_NE(first.standardOutput.find("files:  "), std::string::npos) << first.standardOutput;
+    EXPECT_NE(first.standardOutput.find("(3 files, 3 folders)"), std::string::npos)
+        << first.standardOutput;
+    EXPECT_EQ(first.standardOutput.find("cached"), std::string::npos);
+    EXPECT_NE(first.standardOutput.find("2024/"), std::string::npos);
+    ASSERT_TRUE(std::filesystem::exists(cacheFile("files")));
+
+    // A change on the remote is not seen until --rescan: the saved scan is shown.
+    tree.file("photos/new.bin", 50'000);
+    auto second = run({"scan", "files:"});
+    ASSERT_EQ(second.exitStatus, 0) << second.standardError;
+    EXPECT_NE(second.standardOutput.find("cached just now"), std::string::npos)
+        << second.standardOutput;
+    EXPECT_NE(second.standardOutput.find("(3 files, 3 folders)"), std::string::npos);
+
+    auto third = run({"scan", "files:", "--rescan", "--json"});
+    ASSERT_EQ(third.exitStatus, 0) << third.standardError;
+    EXPECT_NE(third.standardOutput.find("new.bin"), std::string::npos);
+
+    // A local folder goes through the local account, with a saved scan per folder.
+    auto local = run({"scan", tree.root()});
+    ASSERT_EQ(local.exitStatus, 0) << local.standardError;
+    EXPECT_EQ(local.standardOutput.find("cached"), std::string::npos);
+    auto localAgain = run({"scan", tree.root()});
+    EXPECT_NE(localAgain.standardOutput.find("cached just now"), std::string::npos)
+        << localAgain.standardOutput;
+
+    // Clearing the account's saved scans makes the next run scan again.
+    auto cleared = run({"cache", "clear", "files"});
+    ASSERT_EQ(cleared.exitStatus, 0) << cleared.standardError;
+    EXPECT_NE(cleared.standardOutput.find("Removed files.cache"), std::string::npos);
+    EXPECT_FALSE(std::filesystem::exists(cacheFile("files")));
+    auto none = run({"cache", "clear", "files"});
+    EXPECT_NE(none.standardOutput.find("No saved scan of files"), std::string::npos);
+}
+
+TEST_F(ScanCommandEndToEnd, BadTargetsAndUnreachableRemotesSayWhatIsWrong) {
+    auto unknown = run({"scan", "nosuch:"});
+    EXPECT_EQ(unknown.exitStatus, 1);
+    EXPECT_NE(unknown.standardError.find("there is no account named 'nosuch'"), std::string::npos)
+        << unknown.standardError;
+
+    auto inside = run({"scan", "files:photos"});
+    EXPECT_EQ(inside.exitStatus, 2);
+    EXPECT_NE(inside.standardError.find("give the account as files:"), std::string::npos)
+        << inside.standardError;
+
+    sandbox.addRemote("gone", "alias", {{"remote", (home / "does-not-exist").string()}});
+    auto broken = run({"scan", "gone:"});
+    EXPECT_EQ(broken.exitStatus, 1);
+    EXPECT_NE(broken.standardError.find("brimvale-cli scan: "), std::string::npos);
+    EXPECT_EQ(broken.standardOutput, "");
+}
+
+TEST_F(ScanCommandEndToEnd, AKilledScanLeavesACheckpointThatTheNextRunShows) {
+    addSlowRemote();
+    auto scan = start({"scan", "slow:", "--quiet"}, {{"BRIMVALE_CHECKPOINT_SECONDS", "0"}});
+    ASSERT_TRUE(waitUntil([&] { return std::filesystem::exists(cacheFile("slow")); }));
+    // Let a few more folders in, then kill without warning.
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    ::kill(scan->pid(), SIGKILL);
+    const auto killed = scan->collectOutputAndWait();
+    ASSERT_EQ(killed.terminatingSignal, SIGKILL) << "the scan ended before it was killed";
+
+    auto next = run({"scan", "slow:"});
+    ASSERT_EQ(next.exitStatus, 0) << next.standardError;
+    EXPECT_NE(next.standardOutput.find("cached just now"), std::string::npos)
+        << next.standardOutput;
+    EXPECT_EQ(next.standardOutput.find("(120 files"), std::string::npos)
+        << "a checkpoint holds a partial tree: " << next.standardOutput;
+}
+
+TEST_F(ScanCommandEndToEnd, CtrlCStopsTheScanSavesWhatWasScannedAndExits130) {
+    addSlowRemote();
+    auto scan = start({"scan", "slow:"}, {{"BRIMVALE_CHECKPOINT_SECONDS", "3600"}});
+    // The first checkpoint comes with the first listing; remove it so that only the stop's
+    // own save can leave a file.
+    ASSERT_TRUE(waitUntil([&] { return std::filesystem::exists(cacheFile("slow")); }));
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    std::filesystem::remove(cacheFile("slow"));
+    ::kill(scan->pid(), SIGINT);
+    const auto stopped = scan->collectOutputAndWait();
+    EXPECT_EQ(stopped.exitStatus, 130) << stopped.standardError;
+    EXPECT_NE(stopped.standardError.find("stopped; what was scanned so far is saved"),
+              std::string::npos)
+        << stopped.standardError;
+    EXPECT_TRUE(std::filesystem::exists(cacheFile("slow")));
+
+    auto next = run({"scan", "slow:"});
+    ASSERT_EQ(next.exitStatus, 0) << next.standardError;
+    EXPECT_NE(next.standardOutput.find("cached just now"), std::string::npos);
+}
+
+} // namespace
+} // namespace brimvale::testing
