@@ -108,9 +108,17 @@ std::string RcloneGuidedSetup::runStep(const Session& session,
                 }
             };
         }
-        result = process->collectOutputAndWait(observer);
-        if (oauthSink != nullptr) {
-            oauthSink->finish();
+        try {
+            result = process->collectOutputAndWait(observer);
+            if (oauthSink != nullptr) {
+                oauthSink->finish();
+            }
+        } catch (...) {
+            // The caller's callback failed: the step must not outlive this call (an OAuth step
+            // would keep rclone's sign-in port).
+            process->terminate();
+            process->collectOutputAndWait();
+            throw;
         }
     }
     RcloneProcessLog::debug("rclone config step exit=" + std::to_string(result.exitStatus));

@@ -319,6 +319,12 @@ int ChildProcess::reap() {
 
 ChildProcessResult ChildProcess::collectOutputAndWait(const ChildOutputObserver& observer) {
     ChildProcessResult result;
+    {
+        std::lock_guard lock(mutex_);
+        if (reaped_) {
+            return result; // a second call after the first one finished
+        }
+    }
     bool exited = false;
     while (!exited) {
         killIfGracePeriodOver();

@@ -101,7 +101,9 @@ public:
     // wrote. Called once. If the child exits while something it started still holds the
     // pipes open, what was written so far is returned without waiting for that. `observer`,
     // when given, sees every chunk on this thread as soon as it is read; an exception it
-    // throws ends the collection (the child is then killed when this object is destroyed).
+    // throws ends this call, and a second call then finishes the collection (what the first
+    // call read is not returned again; after a finished collection it returns nothing), or
+    // the destructor kills the child.
     ChildProcessResult collectOutputAndWait(const ChildOutputObserver& observer = {});
 
 private:

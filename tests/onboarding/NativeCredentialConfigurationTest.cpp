@@ -1,6 +1,5 @@
 #include "core/onboarding/NativeCredentialConfiguration.h"
 
-#include "core/onboarding/CloudServiceCatalog.h"
 #include "core/rclone/GCSScanSettings.h"
 #include "core/rclone/GenericRcloneAdapter.h"
 #include "core/rclone/ObjectStorageScanPrefix.h"
@@ -20,358 +19,210 @@ namespace {
 
 namespace Forms = NativeCredentialConfiguration;
 using testing::failureOf;
-using testing::RcloneSandbox;
-
-// Collects the runner's log lines (the command lines, secrets masked) while alive.
-class CapturedCommandLines {
-public:
-    CapturedCommandLines() {
-        previous_ = RcloneProcessLog::setWriter([this](std::string_view line) {
-            constexpr std::string_view prefix = "rclone spawn args=";
-            if (line.starts_with(prefix)) {
-                std::lock_guard lock(mutex_);
-                lines_.emplace_back(line.substr(prefix.size()));
-            }
-        });
-    }
-    ~CapturedCommandLines() { RcloneProcessLog::setWriter(previous_); }
-    // The `config update` lines, without the config dump and create runs around them.
-    std::vector<std::string> updates() {
-        std::lock_guard lock(mutex_);
-        std::vector<std::string> result;
-        std::ranges::copy_if(lines_, std::back_inserter(result), [](const std::string& line) {
-            return line.starts_with("config update") && !line.ends_with("--non-interactive");
-        });
-        lines_.clear();
-        return result;
-    }
-
-private:
-    RcloneProcessLog::Writer previous_;
-    std::mutex mutex_; // guards lines_
-    std::vector<std::string> lines_;
-};
 
 GenericRcloneAdapter configurationAdapter(const RcloneRunner& runner) {
     return GenericRcloneAdapter("", "", "configuration", {.runner = runner});
 }
 
-TEST(NativeCredentialConfiguration, EveryFormWritesItsKeysAndScanRoot) {
-    RcloneSandbox sandbox;
+TEST(NativeCredentialConfiguration, EveryFormWritesItsKeysInOrder) {
+    testing::RcloneSandbox sandbox;
     const auto adapter = configurationAdapter(sandbox.realRunner());
     InMemorySettingsStore settings;
-    CapturedCommandLines commands;
-    const auto keyFile = sandbox.folder() / "key.json";
-    testing::writeFile(keyFile, R"({"type":"service_account"})");
+    const auto keyFile = (sandbox.folder() / "key.json").string();
+    testing::writeFile(keyFile, "{}");
+    std::mutex mutex; // guards updates (log writers may be called from any thread)
+    std::vector<std::string> updates;
+    const auto previous = RcloneProcessLog::setWriter([&](std::string_view line) {
+        std::lock_guard lock(mutex);
+        if (line.starts_with("rclone spawn args=config update") && !line.ends_with("interactive")) {
+            updates.emplace_back(line.substr(std::string_view("rclone spawn args=").size()));
+        }
+    });
 
-    Forms::applyS3AwsConfiguration(adapter, "aws",
-                                   {.region = " eu-west-1\n",
-                                    .accessKeyId = "AKID",
-                                    .secretAccessKey = "s3cret",
-                                    .bucket = " photos "},
-                                   settings);
-    EXPECT_EQ(commands.updates(),
-              (std::vector<std::string>{"config update aws provider AWS",
-                                        "config update aws region eu-west-1",
-                                        "config update aws access_key_id AKID",
-                                        "config update aws secret_access_key *** --obscure"}));
+    Forms::applyS3AwsConfiguration(
+        adapter, "aws",
+        {.region = " eu-west-1\n", .accessKeyId = "AK", .secretAccessKey = "s1", .bucket = " p "},
+        settings);
     Forms::applyS3CloudflareR2Configuration(
         adapter, "r2",
-        {.accountId = "abc123", .accessKeyId = "R2ID", .secretAccessKey = "r2s", .bucket = "b"},
+        {.accountId = "abc", .accessKeyId = "RK", .secretAccessKey = "s2", .bucket = "b"},
         settings);
     Forms::applyGCSConfiguration(
-        adapter, "gcs1", {.bucket = "gb", .projectNumber = "42", .keyFilePath = keyFile.string()},
-        settings);
-    EXPECT_EQ(commands.updates().back(), "config update gcs1 project_number 42");
-    Forms::applyGCSConfiguration(
-        adapter, "gcs2", {.bucket = "gb2", .serviceAccountJSON = "\n{\"k\": 1}\n"}, settings);
-    EXPECT_EQ(
-        commands.updates(),
-        std::vector<std::string>{"config update gcs2 service_account_credentials *** --obscure"});
+        adapter, "g1", {.bucket = "gb", .projectNumber = "42", .keyFilePath = keyFile}, settings);
+    Forms::applyGCSConfiguration(adapter, "g2",
+                                 {.bucket = "gb2", .serviceAccountJSON = "\n{\"k\": 1}"}, settings);
     Forms::applyAzureBlobAccountKeyConfiguration(
-        adapter, "az", {.account = "acct", .storageKey = "azkey==", .container = "c1"}, settings);
-    Forms::applyFTPConfiguration(
-        adapter, "ftp1", {.host = "ftp.example.com", .port = "0", .user = "u", .password = "pw"});
-    Forms::applyFTPConfiguration(adapter, "ftp2", {.host = "h", .port = " 2121 ", .user = "u"});
-    Forms::applySFTPConfiguration(adapter, "sftp1",
-                                  {.host = "h",
-                                   .port = "22x",
-                                   .user = "u",
-                                   .password = "pw2",
-                                   .keyFilePath = keyFile.string()});
+        adapter, "az", {.account = "acct", .storageKey = "k==", .container = "c"}, settings);
+    Forms::applyFTPConfiguration(adapter, "f1",
+                                 {.host = "h", .port = "0", .user = "u", .password = "pw"});
+    Forms::applyFTPConfiguration(adapter, "f2", {.host = "h", .port = " 2121 ", .user = "u"});
+    Forms::applySFTPConfiguration(
+        adapter, "s",
+        {.host = "h", .port = "22x", .user = "u", .password = "pw2", .keyFilePath = keyFile});
+    RcloneProcessLog::setWriter(previous);
 
-    const auto dump = testing::configDump(sandbox);
-    EXPECT_EQ(dump.at("aws"), (RemoteConfigSection{{"type", "s3"},
-                                                   {"provider", "AWS"},
-                                                   {"region", "eu-west-1"},
-                                                   {"access_key_id", "AKID"},
-                                                   {"secret_access_key", "s3cret"}}));
-    EXPECT_EQ(dump.at("r2"),
-              (RemoteConfigSection{{"type", "s3"},
-                                   {"provider", "Cloudflare"},
-                                   {"endpoint", "https://abc123.r2.cloudflarestorage.com"},
-                                   {"region", "auto"},
-                                   {"access_key_id", "R2ID"},
-                                   {"secret_access_key", "r2s"}}));
-    EXPECT_EQ(dump.at("gcs1"), (RemoteConfigSection{{"type", "gcs"},
-                                                    {"service_account_file", keyFile.string()},
-                                                    {"service_account_credentials", ""},
-                                                    {"project_number", "42"}}));
-    EXPECT_EQ(
-        dump.at("gcs2"),
-        (RemoteConfigSection{{"type", "gcs"}, {"service_account_credentials", "{\"k\": 1}"}}));
-    EXPECT_EQ(dump.at("az"), (RemoteConfigSection{
-                                 {"type", "azureblob"}, {"account", "acct"}, {"key", "azkey=="}}));
-    // Passwords are stored obscured and reveal back to what was typed; a port of 0 or one that
-    // is not a number leaves rclone's default.
-    EXPECT_EQ(dump.at("ftp1").size(), 4u);
-    EXPECT_EQ(dump.at("ftp1").at("host"), "ftp.example.com");
-    EXPECT_NE(dump.at("ftp1").at("pass"), "pw");
-    EXPECT_EQ(testing::revealed(sandbox, dump.at("ftp1").at("pass")), "pw");
-    EXPECT_EQ(
-        dump.at("ftp2"),
-        (RemoteConfigSection{{"type", "ftp"}, {"host", "h"}, {"user", "u"}, {"port", "2121"}}));
-    EXPECT_EQ(dump.at("sftp1").at("key_file"), keyFile.string());
-    EXPECT_FALSE(dump.at("sftp1").contains("port"));
-    EXPECT_EQ(testing::revealed(sandbox, dump.at("sftp1").at("pass")), "pw2");
-    // Keys in order; every secret is passed with "--obscure", also those rclone keeps in plain
-    // text (it obscures only its password options).
-    EXPECT_EQ(commands.updates(),
-              (std::vector<std::string>{
-                  "config update az account acct", "config update az key *** --obscure",
-                  "config update ftp1 host ftp.example.com", "config update ftp1 user u",
-                  "config update ftp1 pass *** --obscure", "config update ftp2 host h",
-                  "config update ftp2 user u", "config update ftp2 port 2121",
-                  "config update sftp1 host h", "config update sftp1 user u",
-                  "config update sftp1 key_file " + keyFile.string(),
-                  "config update sftp1 pass *** --obscure"}));
+    // Every secret goes with "--obscure"; rclone obscures those it keeps obscured (passwords).
+    EXPECT_EQ(updates, (std::vector<std::string>{
+                           "config update aws provider AWS",
+                           "config update aws region eu-west-1",
+                           "config update aws access_key_id AK",
+                           "config update aws secret_access_key *** --obscure",
+                           "config update r2 provider Cloudflare",
+                           "config update r2 endpoint https://abc.r2.cloudflarestorage.com",
+                           "config update r2 region auto",
+                           "config update r2 access_key_id RK",
+                           "config update r2 secret_access_key *** --obscure",
+                           "config update g1 service_account_file " + keyFile,
+                           "config update g1 service_account_credentials ***",
+                           "config update g1 project_number 42",
+                           "config update g2 service_account_credentials *** --obscure",
+                           "config update az account acct",
+                           "config update az key *** --obscure",
+                           "config update f1 host h",
+                           "config update f1 user u",
+                           "config update f1 pass *** --obscure",
+                           "config update f2 host h",
+                           "config update f2 user u",
+                           "config update f2 port 2121",
+                           "config update s host h",
+                           "config update s user u",
+                           "config update s key_file " + keyFile,
+                           "config update s pass *** --obscure"}));
+    auto dump = testing::configDump(sandbox);
+    EXPECT_EQ(dump.at("aws").at("secret_access_key"), "s1");
+    EXPECT_EQ(dump.at("g1").at("service_account_credentials"), "");
+    EXPECT_EQ(dump.at("g2"), (RemoteConfigSection{{"type", "gcs"},
+                                                  {"service_account_credentials", "{\"k\": 1}"}}));
+    EXPECT_EQ(dump.at("az").at("type"), "azureblob");
+    EXPECT_EQ(testing::revealed(sandbox, dump.at("f1").at("pass")), "pw");
+    EXPECT_EQ(testing::revealed(sandbox, dump.at("s").at("pass")), "pw2");
+    EXPECT_FALSE(dump.at("f1").contains("port"));
 
-    EXPECT_EQ(ObjectStorageScanPrefix::storedS3Bucket(settings, "aws"), "photos");
+    EXPECT_EQ(ObjectStorageScanPrefix::storedS3Bucket(settings, "aws"), "p");
     EXPECT_EQ(ObjectStorageScanPrefix::storedS3Bucket(settings, "r2"), "b");
-    EXPECT_EQ(GCSScanSettings::storedBucket(settings, "gcs1"), "gb");
-    EXPECT_EQ(GCSScanSettings::storedBucket(settings, "gcs2"), "gb2");
-    EXPECT_EQ(ObjectStorageScanPrefix::storedAzureContainer(settings, "az"), "c1");
-    // An existing R2 remote is told from AWS by its provider key.
-    EXPECT_EQ(CloudServiceCatalog::nativeOnboardingKindForRemote("r2", "s3", dump),
-              NativeCredentialOnboardingKind::s3(S3CatalogVariant::cloudflareR2));
-
-    // Switching a GCS account from pasted JSON to a key file clears the pasted key; a remote of
-    // another type is retyped first.
-    Forms::applyGCSConfiguration(adapter, "gcs2",
-                                 {.bucket = "gb2", .keyFilePath = keyFile.string()}, settings);
+    EXPECT_EQ(GCSScanSettings::storedBucket(settings, "g2"), "gb2");
+    EXPECT_EQ(ObjectStorageScanPrefix::storedAzureContainer(settings, "az"), "c");
+    // A remote of another type is retyped before its keys are written.
     Forms::applyFTPConfiguration(adapter, "az", {.host = "h", .user = "u"});
-    const auto after = testing::configDump(sandbox);
-    EXPECT_EQ(after.at("gcs2").at("service_account_credentials"), "");
-    EXPECT_EQ(after.at("az").at("type"), "ftp");
+    EXPECT_EQ(testing::configDump(sandbox).at("az").at("type"), "ftp");
 }
 
-TEST(NativeCredentialConfiguration, ValidationRefusesBeforeRcloneRuns) {
-    RcloneSandbox sandbox;
-    const auto ranMarker = sandbox.folder() / "rclone-ran";
+TEST(NativeCredentialConfiguration, ValidationComesFirstInItsOrder) {
+    testing::RcloneSandbox sandbox;
+    const auto ran = sandbox.folder() / "ran";
     const auto adapter =
-        configurationAdapter(sandbox.fakeRunner("touch '" + ranMarker.string() + "'; exit 1"));
-    InMemorySettingsStore settings;
-    const auto existing = sandbox.folder() / "id_ed25519";
-    testing::writeFile(existing, "key");
-
-    struct Case {
-        std::function<void()> apply;
-        std::string message;
+        configurationAdapter(sandbox.fakeRunner("touch '" + ran.string() + "'; exit 1"));
+    InMemorySettingsStore store;
+    const std::string missing = (sandbox.folder() / "missing").string();
+    const auto s3 = [&](S3AwsCredentialFields fields) {
+        return [&, fields] {
+            Forms::applyS3AwsConfiguration(adapter, "x", fields, store);
+        };
     };
-    const std::vector<Case> cases{
-        {[&] {
-             Forms::applyS3AwsConfiguration(
-                 adapter, "x",
-                 {.region = "  ", .accessKeyId = "a", .secretAccessKey = "s", .bucket = "b"},
-                 settings);
-         },
-         "Enter an AWS region (e.g. us-east-1)."},
-        {[&] {
-             Forms::applyS3AwsConfiguration(
-                 adapter, "x",
-                 {.region = "r", .accessKeyId = "a", .secretAccessKey = "\n", .bucket = ""},
-                 settings);
-         },
-         "Enter access key ID and secret access key."},
-        {[&] {
-             Forms::applyS3AwsConfiguration(
-                 adapter, "x",
-                 {.region = "r", .accessKeyId = "a", .secretAccessKey = "s", .bucket = " "},
-                 settings);
-         },
-         "Enter a bucket name."},
-        {[&] {
-             Forms::applyS3CloudflareR2Configuration(
-                 adapter, "x",
-                 {.accountId = "", .accessKeyId = "", .secretAccessKey = "", .bucket = ""},
-                 settings);
-         },
-         "Enter your Cloudflare account ID."},
-        {[&] {
-             Forms::applyS3CloudflareR2Configuration(
-                 adapter, "x",
-                 {.accountId = "i", .accessKeyId = " ", .secretAccessKey = "s", .bucket = "b"},
-                 settings);
-         },
-         "Enter the R2 access key ID and secret."},
-        {[&] {
-             Forms::applyS3CloudflareR2Configuration(
-                 adapter, "x", {.accountId = "i", .accessKeyId = "a", .secretAccessKey = "s"},
-                 settings);
-         },
-         "Enter a bucket name."},
-        {[&] {
-             Forms::applyGCSConfiguration(adapter, "x",
-                                          {.bucket = "", .keyFilePath = "/nonexistent"}, settings);
-         },
-         "Enter a bucket name."},
-        {[&] {
-             Forms::applyGCSConfiguration(
-                 adapter, "x", {.bucket = "b", .keyFilePath = "/k", .serviceAccountJSON = "{}"},
-                 settings);
-         },
-         "Use either a key file or pasted JSON\u2014not both."},
-        {[&] {
-             Forms::applyGCSConfiguration(adapter, "x",
-                                          {.bucket = "b",
-                                           .projectNumber = "1",
-                                           .keyFilePath = " ",
-                                           .serviceAccountJSON = "\t"},
-                                          settings);
-         },
-         "Choose a service account JSON key file, or paste the JSON."},
-        {[&] {
-             Forms::applyAzureBlobAccountKeyConfiguration(
-                 adapter, "x", {.account = "a", .storageKey = "", .container = ""}, settings);
-         },
-         "Enter storage account name and key."},
-        {[&] {
-             Forms::applyAzureBlobAccountKeyConfiguration(
-                 adapter, "x", {.account = "a", .storageKey = "k", .container = "\n"}, settings);
-         },
-         "Enter a container name."},
-        {[&] {
-             Forms::applyFTPConfiguration(
-                 adapter, "x", {.host = "h", .port = "21", .user = " ", .password = "p"});
-         },
-         "Enter host and username."},
-        {[&] {
-             Forms::applySFTPConfiguration(adapter, "x",
-                                           {.host = "", .user = "u", .password = "p"});
-         },
-         "Enter host and username."},
-        {[&] {
-             Forms::applySFTPConfiguration(adapter, "x",
-                                           {.host = "h", .user = "u", .password = " "});
-         },
-         "Enter a password or choose an SSH private key file."},
-        {[&] {
-             Forms::applySFTPConfiguration(
-                 adapter, "x",
-                 {.host = "h",
-                  .user = "u",
-                  .password = "p",
-                  .keyFilePath = (sandbox.folder() / "missing").string()});
-         },
-         "SSH key file not found."},
-        {[&] {
-             Forms::applySFTPConfiguration(
-                 adapter, "x",
-                 {.host = "h", .user = "u", .keyFilePath = sandbox.folder().path().string()});
-         },
-         "SSH key file not found."},
+    const auto r2 = [&](CloudflareR2CredentialFields fields) {
+        return [&, fields] {
+            Forms::applyS3CloudflareR2Configuration(adapter, "x", fields, store);
+        };
     };
-    for (std::size_t index = 0; index < cases.size(); ++index) {
-        const auto failure = failureOf(cases[index].apply);
-        ASSERT_TRUE(failure) << "case " << index;
+    const auto gcs = [&](GCSCredentialFields fields) {
+        return [&, fields] {
+            Forms::applyGCSConfiguration(adapter, "x", fields, store);
+        };
+    };
+    const auto azure = [&](AzureBlobCredentialFields fields) {
+        return [&, fields] {
+            Forms::applyAzureBlobAccountKeyConfiguration(adapter, "x", fields, store);
+        };
+    };
+    const auto ftp = [&](FTPCredentialFields fields) {
+        return [&, fields] {
+            Forms::applyFTPConfiguration(adapter, "x", fields);
+        };
+    };
+    const auto sftp = [&](SFTPCredentialFields fields) {
+        return [&, fields] {
+            Forms::applySFTPConfiguration(adapter, "x", fields);
+        };
+    };
+    const std::string folder = sandbox.folder().path().string();
+    const std::vector<std::pair<std::function<void()>, std::string>> cases{
+        {s3({"  ", "a", "", ""}), "Enter an AWS region (e.g. us-east-1)."},
+        {s3({"r", "a", "\n", ""}), "Enter access key ID and secret access key."},
+        {s3({"r", "a", "s", " "}), "Enter a bucket name."},
+        {r2({}), "Enter your Cloudflare account ID."},
+        {r2({"i", " ", "s", "b"}), "Enter the R2 access key ID and secret."},
+        {gcs({"", "", missing, ""}), "Enter a bucket name."},
+        {gcs({"b", "", "/k", "{}"}), "Use either a key file or pasted JSON\u2014not both."},
+        {gcs({"b", "1", " ", "\t"}), "Choose a service account JSON key file, or paste the JSON."},
+        {azure({"a", "", ""}), "Enter storage account name and key."},
+        {azure({"a", "k", "\n"}), "Enter a container name."},
+        {ftp({"h", "21", " ", "p"}), "Enter host and username."},
+        {sftp({"h", "", "u", " ", ""}), "Enter a password or choose an SSH private key file."},
+        {sftp({"h", "", "u", "p", missing}), "SSH key file not found."},
+        {sftp({"h", "", "u", "", folder}), "SSH key file not found."}};
+    for (const auto& [apply, message] : cases) {
         try {
-            std::rethrow_exception(failure);
+            apply();
+            ADD_FAILURE() << "accepted: " << message;
         } catch (const CredentialFormValidationError& error) {
-            EXPECT_EQ(error.message(), cases[index].message) << "case " << index;
+            EXPECT_EQ(error.message(), message);
             EXPECT_EQ(*error.as<BrimvaleError::ScanFailed>(),
-                      (BrimvaleError::ScanFailed{"x", cases[index].message}));
-        } catch (const std::exception& other) {
-            ADD_FAILURE() << "case " << index << ": " << other.what();
+                      (BrimvaleError::ScanFailed{"x", message}));
         }
     }
-    EXPECT_FALSE(std::filesystem::exists(ranMarker));
-    EXPECT_TRUE(settings.keys().empty());
-
-    // A failing rclone run is rclone's error, not a validation error, and stores no scan root.
-    const auto failure = failureOf([&] {
-        Forms::applyS3AwsConfiguration(
-            adapter, "x",
-            {.region = "r", .accessKeyId = "a", .secretAccessKey = "s", .bucket = "b"}, settings);
-    });
-    const auto error = testing::brimvaleErrorOf(failure);
-    EXPECT_TRUE(error.is<BrimvaleError::ScanFailed>());
-    EXPECT_EQ(error.as<BrimvaleError::ScanFailed>()->detail, "exit 1");
-    EXPECT_TRUE(std::filesystem::exists(ranMarker));
-    EXPECT_TRUE(settings.keys().empty());
+    EXPECT_FALSE(std::filesystem::exists(ran));
+    // A failing rclone run is rclone's error, and no scan root is stored.
+    EXPECT_EQ(testing::scanFailedDetailOf(failureOf(s3({"r", "a", "s", "b"}))), "exit 1");
+    EXPECT_TRUE(store.keys().empty());
 }
 
-TEST(NativeCredentialConfiguration, MissingGCSKeyFileIsFoundAfterTheStubAndTildeIsHome) {
-    RcloneSandbox sandbox;
+TEST(NativeCredentialConfiguration, KeyFilesAfterTheStubAndFromTheHomeFolder) {
+    testing::RcloneSandbox sandbox;
     const auto adapter = configurationAdapter(sandbox.realRunner());
     InMemorySettingsStore settings;
-    const auto failure = failureOf([&] {
-        Forms::applyGCSConfiguration(
-            adapter, "g", {.bucket = "b", .keyFilePath = "/nonexistent/key.json"}, settings);
-    });
-    EXPECT_EQ(testing::scanFailedDetailOf(failure), "Key file not found at path.");
-    const auto dump = testing::configDump(sandbox);
-    EXPECT_EQ(dump.at("g"), (RemoteConfigSection{{"type", "gcs"}}));
-    EXPECT_FALSE(GCSScanSettings::storedBucket(settings, "g").has_value());
+    EXPECT_EQ(testing::scanFailedDetailOf(failureOf([&] {
+                  Forms::applyGCSConfiguration(
+                      adapter, "g", {.bucket = "b", .keyFilePath = "/none/k.json"}, settings);
+              })),
+              "Key file not found at path.");
+    EXPECT_EQ(testing::configDump(sandbox).at("g"), (RemoteConfigSection{{"type", "gcs"}}));
+    EXPECT_TRUE(settings.keys().empty());
 
-    // "~" stands for the home folder, before the existence test and in the stored path.
-    const char* savedHome = std::getenv("HOME");
-    const std::string previousHome = savedHome != nullptr ? savedHome : "";
-    ::setenv("HOME", sandbox.folder().path().c_str(), 1);
-    testing::writeFile(sandbox.folder() / ".ssh" / "id_ed25519", "key");
-    EXPECT_EQ(Forms::expandingTildeInPath("~"), sandbox.folder().path().string());
-    EXPECT_EQ(Forms::expandingTildeInPath("~/.ssh/id"), (sandbox.folder() / ".ssh/id").string());
+    const std::string home = sandbox.folder().path().string();
+    const std::string savedHome = std::getenv("HOME") != nullptr ? std::getenv("HOME") : "";
+    ::setenv("HOME", home.c_str(), 1);
+    testing::writeFile(sandbox.folder() / ".ssh" / "id", "key");
+    EXPECT_EQ(Forms::expandingTildeInPath("~"), home);
     EXPECT_EQ(Forms::expandingTildeInPath("/a/~/b"), "/a/~/b");
     EXPECT_EQ(Forms::expandingTildeInPath("~root/x"), "/root/x");
     EXPECT_EQ(Forms::expandingTildeInPath("~no-such-user-here/x"), "~no-such-user-here/x");
     Forms::applySFTPConfiguration(adapter, "s",
-                                  {.host = "h", .user = "u", .keyFilePath = " ~/.ssh/id_ed25519 "});
-    if (savedHome != nullptr) {
-        ::setenv("HOME", previousHome.c_str(), 1);
-    } else {
-        ::unsetenv("HOME");
-    }
-    EXPECT_EQ(testing::configDump(sandbox).at("s").at("key_file"),
-              (sandbox.folder() / ".ssh" / "id_ed25519").string());
+                                  {.host = "h", .user = "u", .keyFilePath = " ~/.ssh/id "});
+    ::setenv("HOME", savedHome.c_str(), 1);
+    EXPECT_EQ(testing::configDump(sandbox).at("s").at("key_file"), home + "/.ssh/id");
 }
 
 TEST(NativeCredentialConfiguration, AnSftpAccountFromTheFormCanBeListed) {
-    RcloneSandbox sandbox;
+    testing::RcloneSandbox sandbox;
     testing::writeFileOfSize(sandbox.folder() / "served" / "docs" / "a.txt", 1234);
-    testing::writeFileOfSize(sandbox.folder() / "served" / "b.bin", 10);
     const auto server = testing::startSftpServer(sandbox, sandbox.folder() / "served");
     const auto adapter = configurationAdapter(sandbox.realRunner());
-    Forms::applySFTPConfiguration(
-        adapter, "files",
-        {.host = "127.0.0.1", .port = std::to_string(server.port), .user = "u", .password = "p"});
+    const auto apply = [&](const std::string& password) {
+        Forms::applySFTPConfiguration(adapter, "files",
+                                      {.host = "127.0.0.1",
+                                       .port = std::to_string(server.port),
+                                       .user = "u",
+                                       .password = password});
+    };
+    apply("p");
     const GenericRcloneAdapter files("files", "sftp", "SFTP (files)",
                                      {.runner = sandbox.realRunner()});
-    auto entries = files.listEntries("files:", {});
-    std::ranges::sort(entries, {}, &RcloneEntry::name);
-    ASSERT_EQ(entries.size(), 2u);
-    EXPECT_EQ(entries[0].name, "b.bin");
-    EXPECT_EQ(entries[0].rawSize, 10);
-    EXPECT_EQ(entries[1].name, "docs");
-    EXPECT_TRUE(entries[1].isDir);
-    const auto inside = files.listEntries("files:docs", {});
-    ASSERT_EQ(inside.size(), 1u);
-    EXPECT_EQ(inside[0].rawSize, 1234);
-
-    // A wrong password is the server's refusal, reported by the listing.
-    Forms::applySFTPConfiguration(adapter, "files",
-                                  {.host = "127.0.0.1",
-                                   .port = std::to_string(server.port),
-                                   .user = "u",
-                                   .password = "wrong"});
+    const auto entries = files.listEntries("files:docs", {});
+    ASSERT_EQ(entries.size(), 1u);
+    EXPECT_EQ(entries[0].name, "a.txt");
+    EXPECT_EQ(entries[0].rawSize, 1234);
+    // Submitting again rewrites the keys: a wrong password is now the server's refusal.
+    apply("wrong");
     EXPECT_TRUE(testing::brimvaleErrorOf(failureOf([&] {
                     files.listEntries("files:", {});
                 })).is<BrimvaleError::ScanFailed>());

@@ -5,7 +5,6 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <arpa/inet.h>
 #include <cerrno>
 #include <fcntl.h>
@@ -126,14 +125,6 @@ OAuthPortLock::~OAuthPortLock() {
     if (fd_ >= 0) {
         ::close(fd_); // releases the lock
     }
-}
-
-bool hasRcloneChildWith(const std::string& word) {
-    const auto children = childProcessesOfThisProcess();
-    return std::ranges::any_of(children, [&](const ChildProcessInfo& child) {
-        return !child.commandLine.empty() && child.commandLine.front().ends_with("rclone") &&
-               std::ranges::find(child.commandLine, word) != child.commandLine.end();
-    });
 }
 
 } // namespace brimvale::testing

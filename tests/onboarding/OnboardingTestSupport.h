@@ -53,7 +53,4 @@ private:
     int fd_ = -1;
 };
 
-// Whether a child of this process runs rclone with `word` among its arguments.
-bool hasRcloneChildWith(const std::string& word);
-
 } // namespace brimvale::testing
