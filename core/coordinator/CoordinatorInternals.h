@@ -25,6 +25,16 @@ struct ScannerViewModel::PendingSaves {
     int inFlight = 0;
 };
 
+// Sets a published field and tells the observers, when the value changes.
+template <class Value>
+void ScannerViewModel::publish(Value& field, Value value, PublishedField name) {
+    if (field == value) {
+        return;
+    }
+    field = std::move(value);
+    notify(name);
+}
+
 inline bool isLocalProvider(const CloudStorageProvider& provider) {
     return provider.rcloneType() == "local";
 }

@@ -11,6 +11,7 @@
 #include "core/support/Task.h"
 
 #include <algorithm>
+#include <future>
 
 namespace brimvale {
 namespace {
@@ -70,15 +71,6 @@ void ScannerViewModel::notify(PublishedField field) {
             observer->publishedFieldChanged(field);
         }
     }
-}
-
-template <class Value>
-void ScannerViewModel::publish(Value& field, Value value, PublishedField name) {
-    if (field == value) {
-        return;
-    }
-    field = std::move(value);
-    notify(name);
 }
 
 ScannerState ScannerViewModel::paneState(const std::string& remoteID) const {
@@ -278,8 +270,12 @@ void ScannerViewModel::refreshProviders(std::function<void()> onFinished) {
         std::optional<AccountDirectory> directory;
         std::optional<std::string> failure;
         try {
+            // Two runs of rclone, side by side: the account list opens in the time of one.
+            auto dumpRun = std::async(std::launch::async, [this, token] {
+                return addAccountHelper_.configDumpDictionary(token);
+            });
             const auto remotes = addAccountHelper_.remotesFromConfig(token);
-            const auto dump = addAccountHelper_.configDumpDictionary(token);
+            const auto dump = dumpRun.get();
             std::vector<std::string> names;
             names.reserve(remotes.size());
             for (const auto& remote : remotes) {
