@@ -47,7 +47,11 @@ void printTable(const std::vector<AccountRow>& rows, std::ostream& out) {
     out << padded("ACCOUNT", idWidth) << "  " << padded("TYPE", typeWidth)
         << "  STATUS      NAME\n";
     for (const auto& row : rows) {
-        const char* status = !row.configured ? "not set up" : !row.ready ? "incomplete" : "ready";
+        // The local disk needs no setup: its pinned row scans this computer as it is.
+        const char* status = row.type == "local" ? "ready"
+                             : !row.configured   ? "not set up"
+                             : !row.ready        ? "incomplete"
+                                                 : "ready";
         out << padded(displayText(row.id), idWidth) << "  "
             << padded(displayText(row.type), typeWidth) << "  " << padded(status, 10) << "  "
             << displayText(row.name) << (row.shown ? "" : "  (hidden)") << '\n';
@@ -98,7 +102,7 @@ Command accountsCommand() {
             "The accounts of the sidebar, in its order: every rclone remote, then the\n"
             "local disk and Dropbox rows that are always there. STATUS is \"ready\",\n"
             "\"incomplete\" (its sign-in never finished; hidden in the sidebar) or \"not set\n"
-            "up\" (a row waiting for an account).\n"
+            "up\" (a row waiting for an account; the local disk is always ready).\n"
             "\n"
             "  --json   one object per account: id, type, name, configured, ready, shown",
         .run = listAccounts};
