@@ -1,0 +1,109 @@
+#include "app/ApplicationEntry.h"
+
+#include "app/ApplicationCommandLine.h"
+#include "app/MainWindow.h"
+#include "app/bridge/QtMainQueue.h"
+#include "app/support/Symbols.h"
+#include "core/coordinator/ScannerViewModel.h"
+#include "core/persistence/settings/ScanUISettings.h"
+#include "core/support/QSettingsStore.h"
+#include "core/support/ScanDiagnostics.h"
+#include "core/support/Version.h"
+
+#include <QApplication>
+#include <QDir>
+#include <QFileInfo>
+
+#include <chrono>
+#include <cstdio>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace brimvale {
+namespace {
+
+// How long quitting waits for the saves of stopped scans.
+constexpr std::chrono::seconds kSaveWaitOnQuit{60};
+
+void scanFolderOnceAccountsAreRead(ScannerViewModel& viewModel, const std::string& folder) {
+    const std::string absolute =
+        QFileInfo(QString::fromStdString(folder)).absoluteFilePath().toStdString();
+    viewModel.refreshProviders([&viewModel, absolute] {
+        for (const auto& provider : viewModel.providers()) {
+            if (provider->rcloneType() == "local") {
+                viewModel.openAccount(provider, {.localScanPath = absolute});
+                return;
+            }
+        }
+    });
+}
+
+} // namespace
+
+int runApplication(int argc, char** argv) {
+    const std::vector<std::string> arguments(argv + 1, argv + argc);
+    const ApplicationCommandLine commandLine = ApplicationCommandLine::parse(arguments);
+    switch (commandLine.action) {
+    case ApplicationCommandLine::Action::printHelp:
+        std::fputs(ApplicationCommandLine::helpText().c_str(), stdout);
+        return 0;
+    case ApplicationCommandLine::Action::printVersion:
+        std::fputs(ApplicationCommandLine::versionText().c_str(), stdout);
+        return 0;
+    case ApplicationCommandLine::Action::usageError:
+        std::fprintf(stderr, "brimvale: %s\nTry 'brimvale --help' for more information.\n",
+                     commandLine.error.c_str());
+        return 2;
+    case ApplicationCommandLine::Action::run:
+        break;
+    }
+    if (commandLine.folder && !QFileInfo(QString::fromStdString(*commandLine.folder)).isDir()) {
+        std::fprintf(stderr, "brimvale: %s is not a folder\n", commandLine.folder->c_str());
+        return 1;
+    }
+
+    // Qt sees only its own options.
+    std::vector<char*> toolkitArguments{argv[0]};
+    std::vector<std::string> kept = commandLine.toolkitArguments;
+    for (auto& argument : kept) {
+        toolkitArguments.push_back(argument.data());
+    }
+    toolkitArguments.push_back(nullptr);
+    int toolkitCount = static_cast<int>(toolkitArguments.size()) - 1;
+
+    QApplication::setHighDpiScaleFactorRoundingPolicy(
+        Qt::HighDpiScaleFactorRoundingPolicy::PassThrough);
+    QApplication application(toolkitCount, toolkitArguments.data());
+    QApplication::setApplicationName(QString::fromLatin1(kProductName));
+    QApplication::setApplicationDisplayName(QString::fromLatin1(kProductName));
+    QApplication::setApplicationVersion(QString::fromLatin1(kVersion));
+    QApplication::setDesktopFileName(QStringLiteral("brimvale"));
+    QApplication::setWindowIcon(Symbols::applicationIcon());
+    ScanDiagnostics::setSubsystem("brimvale");
+    ScanUISettings::liveTreeDuringScan = true;
+
+    int status = 0;
+    {
+        QtMainQueue mainQueue;
+        ScannerViewModel viewModel(ScannerViewModelOptions{
+            .mainQueue = &mainQueue, .settings = std::make_shared<QSettingsStore>()});
+        MainWindow window(viewModel, {.refreshAccountsOnShow = !commandLine.folder});
+        window.show();
+        window.raise();
+        window.activateWindow();
+        if (commandLine.folder) {
+            scanFolderOnceAccountsAreRead(viewModel, *commandLine.folder);
+        }
+        status = QApplication::exec();
+        // Running scans stop and keep their partial trees; the window is gone, so waiting here
+        // blocks nothing the user sees.
+        viewModel.cancelAllWork();
+        if (!viewModel.waitForSavedScans(kSaveWaitOnQuit)) {
+            ScanDiagnostics::log("quit before every partial tree was saved");
+        }
+    }
+    return status;
+}
+
+} // namespace brimvale

@@ -1,0 +1,494 @@
+#include "app/browser/ColumnBrowser.h"
+
+#include "app/browser/ColumnItemsModel.h"
+#include "app/browser/ColumnListView.h"
+#include "app/browser/ColumnResizeSplitter.h"
+#include "app/browser/ColumnRowDelegate.h"
+#include "app/browser/HoverNameChip.h"
+#include "app/browser/PreviewPanel.h"
+#include "app/browser/SelectionDebouncer.h"
+#include "app/support/ExternalOpen.h"
+#include "app/support/TreeViewDiagnostics.h"
+#include "app/support/WidgetText.h"
+#include "core/coordinator/ScannerViewModel.h"
+
+#include <QApplication>
+#include <QClipboard>
+#include <QElapsedTimer>
+#include <QHBoxLayout>
+#include <QKeyEvent>
+#include <QMenu>
+#include <QScrollArea>
+#include <QScrollBar>
+#include <QTimer>
+
+namespace brimvale {
+
+ColumnBrowser::ColumnBrowser(ScannerViewModel& viewModel, QWidget* parent)
+    : QWidget(parent)
+    , viewModel_(viewModel)
+    , debouncer_(std::make_unique<SelectionDebouncer>(
+          [this](FileNodeRef node) {
+              TreeViewDiagnostics::trace("publish selection " +
+                                         (node ? std::string(node->name()) : std::string("nil")));
+              viewModel_.select(std::move(node));
+          },
+          this)) {
+    setAccessibleName(tr("Column browser"));
+    if (TreeViewDiagnostics::traceEnabled()) {
+        state_.setTrace([](std::string_view line) { TreeViewDiagnostics::trace(line); });
+    }
+
+    auto* layout = new QHBoxLayout(this);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->setSpacing(0);
+
+    scrollArea_ = new QScrollArea(this);
+    scrollArea_->setFrameShape(QFrame::NoFrame);
+    scrollArea_->setWidgetResizable(true);
+    scrollArea_->setVerticalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+    scrollArea_->setHorizontalScrollBarPolicy(Qt::ScrollBarAsNeeded);
+    scrollArea_->setBackgroundRole(QPalette::Base);
+    strip_ = new QWidget(scrollArea_);
+    strip_->setBackgroundRole(QPalette::Base);
+    strip_->setAutoFillBackground(true);
+    stripLayout_ = new QHBoxLayout(strip_);
+    stripLayout_->setContentsMargins(0, 0, 0, 0);
+    stripLayout_->setSpacing(0);
+    stripLayout_->addStretch(1);
+    scrollArea_->setWidget(strip_);
+    layout->addWidget(scrollArea_, 1);
+
+    auto* divider = new QFrame(this);
+    divider->setFrameShape(QFrame::VLine);
+    divider->setFrameShadow(QFrame::Plain);
+    divider->setFixedWidth(1);
+    divider->setForegroundRole(QPalette::Mid);
+    layout->addWidget(divider);
+    preview_ = new PreviewPanel(ColumnBrowserState::previewPanelWidth, this);
+    layout->addWidget(preview_);
+    connect(preview_, &PreviewPanel::dismissRequested, this,
+            [this] { setPreviewPaneVisible(false); });
+    // The divider goes with the panel.
+    connect(this, &ColumnBrowser::previewPaneVisibilityChanged, divider,
+            [this, divider] { divider->setVisible(previewPanelShown()); });
+
+    nameChip_ = new HoverNameChip(this);
+    updatePreview();
+    divider->setVisible(previewPanelShown());
+}
+
+ColumnBrowser::~ColumnBrowser() = default;
+
+ColumnListView* ColumnBrowser::columnView(int depth) const {
+    if (depth < 0 || depth >= columnCount()) {
+        return nullptr;
+    }
+    return columns_[static_cast<std::size_t>(depth)].view;
+}
+
+ColumnItemsModel* ColumnBrowser::columnModel(int depth) const {
+    if (depth < 0 || depth >= columnCount()) {
+        return nullptr;
+    }
+    return columns_[static_cast<std::size_t>(depth)].model;
+}
+
+ColumnResizeSplitter* ColumnBrowser::splitter(int depth) const {
+    if (depth < 0 || depth >= columnCount()) {
+        return nullptr;
+    }
+    return columns_[static_cast<std::size_t>(depth)].splitter;
+}
+
+bool ColumnBrowser::isLocal() const {
+    const ProviderRef& provider = viewModel_.activeProvider();
+    return provider && provider->rcloneType() == "local";
+}
+
+void ColumnBrowser::setRoot(FileNodeRef root) {
+    QElapsedTimer timer;
+    timer.start();
+    const bool sameRoot = root == state_.root();
+    const bool pathChanged = state_.replaceRoot(std::move(root));
+    if (sameRoot) {
+        // The tree changed in place: every column re-reads its folder.
+        for (auto& column : columns_) {
+            column.model->refresh();
+        }
+    }
+    const bool selectedFirst = state_.selectFirstRootChildIfNeeded();
+    syncColumns(false);
+    if (pathChanged || selectedFirst) {
+        pathDidChange(true);
+    }
+    TreeViewDiagnostics::debug((sameRoot ? "refresh " : "root ") + std::to_string(columnCount()) +
+                               " columns in " + std::to_string(timer.nsecsElapsed() / 1000) +
+                               " us");
+}
+
+ColumnBrowser::Column ColumnBrowser::makeColumn(int depth) {
+    Column column;
+    column.model = new ColumnItemsModel(this);
+    column.model->setDragURLMaker([this](const FileNode& node) {
+        return ExternalOpen::openURL(node, isLocal(), viewModel_.webURL(node));
+    });
+    column.view = new ColumnListView(depth, strip_);
+    column.view->setItemsModel(column.model);
+    column.view->keyHandler = [this](ColumnListView& view, QKeyEvent& event) {
+        return handleColumnKey(view, event);
+    };
+    column.view->rowClicked = [this](ColumnListView& view, int row) {
+        activateRow(view, row);
+    };
+    column.view->rowDoubleClicked = [this](ColumnListView& view, int row) {
+        openRow(view, row);
+    };
+    column.view->contextMenuAt = [this](ColumnListView& view, int row, const QPoint& position) {
+        showRowMenu(view, row, position);
+    };
+    column.view->hoverChanged = [this](ColumnListView& view, int row, const QRect& rect,
+                                       bool elided) {
+        showNameChip(view, row, rect, elided);
+    };
+    connect(column.model, &ColumnItemsModel::itemsReset, column.view,
+            [view = column.view] { view->updateSizeColumnWidth(); });
+    column.splitter = new ColumnResizeSplitter(ColumnBrowserState::minColumnWidth,
+                                               ColumnBrowserState::maxColumnWidth, strip_);
+    column.splitter->leadingWidth = [this, depth] {
+        return state_.columnWidth(depth);
+    };
+    column.splitter->setLeadingWidth = [this, depth](int width) {
+        state_.setColumnWidth(depth, width);
+        applyColumnWidth(depth);
+    };
+    // Before the trailing stretch.
+    const int position = stripLayout_->count() - 1;
+    stripLayout_->insertWidget(position, column.view);
+    stripLayout_->insertWidget(position + 1, column.splitter);
+    return column;
+}
+
+void ColumnBrowser::applyColumnWidth(int depth) {
+    if (ColumnListView* view = columnView(depth)) {
+        view->setFixedWidth(state_.columnWidth(depth));
+    }
+}
+
+void ColumnBrowser::syncColumns(bool scrollToEnd) {
+    const std::vector<FileNodeRef> parents = state_.columnParents();
+    const int count = static_cast<int>(parents.size());
+    state_.syncColumnWidthsToColumnCount(count);
+    state_.syncKeyboardColumnToTreeFocus(count);
+    while (columnCount() > count) {
+        Column column = columns_.back();
+        columns_.pop_back();
+        // Later: the column may be the one whose event is being handled.
+        for (QWidget* widget :
+             {static_cast<QWidget*>(column.view), static_cast<QWidget*>(column.splitter)}) {
+            widget->hide();
+            stripLayout_->removeWidget(widget);
+            widget->deleteLater();
+        }
+        column.view->keyHandler = nullptr;
+        column.view->rowClicked = nullptr;
+        column.view->rowDoubleClicked = nullptr;
+        column.view->contextMenuAt = nullptr;
+        column.view->hoverChanged = nullptr;
+        column.model->deleteLater();
+    }
+    for (int depth = 0; depth < count; ++depth) {
+        if (depth >= columnCount()) {
+            columns_.push_back(makeColumn(depth));
+        }
+        Column& column = columns_[static_cast<std::size_t>(depth)];
+        if (column.model->parentNode() != parents[static_cast<std::size_t>(depth)]) {
+            column.model->setParentNode(parents[static_cast<std::size_t>(depth)]);
+        }
+        applyColumnWidth(depth);
+    }
+    const int keyboardColumn = state_.keyboardColumn();
+    for (int depth = 0; depth < count; ++depth) {
+        Column& column = columns_[static_cast<std::size_t>(depth)];
+        const FileNodeRef selected = state_.selection(depth);
+        column.view->showSelectedRow(column.model->rowOf(selected.get(), true));
+        column.view->setExpandedNode(
+            depth + 1 < count ? parents[static_cast<std::size_t>(depth) + 1].get() : nullptr);
+        column.view->setColumnFocused(depth == keyboardColumn);
+    }
+    if (scrollToEnd || keyboardColumn != lastKeyboardColumn_) {
+        scheduleHorizontalScroll();
+    }
+    lastKeyboardColumn_ = keyboardColumn;
+    updatePreview();
+}
+
+void ColumnBrowser::scheduleHorizontalScroll() {
+    // On the next turn of the loop, after the strip's layout took the new columns; a newer
+    // request replaces a pending one.
+    if (horizontalScrollPending_) {
+        return;
+    }
+    horizontalScrollPending_ = true;
+    QTimer::singleShot(0, this, [this] {
+        horizontalScrollPending_ = false;
+        if (columns_.empty()) {
+            return;
+        }
+        stripLayout_->activate();
+        scrollArea_->ensureWidgetVisible(columns_.back().splitter, 0, 0);
+        const ColumnListView* focused = columnView(state_.keyboardColumn());
+        if (focused != nullptr) {
+            // The column with the keyboard stays in view too when the strip is narrow.
+            scrollArea_->ensureWidgetVisible(columnView(state_.keyboardColumn()), 0, 0);
+        }
+    });
+}
+
+void ColumnBrowser::pathDidChange(bool scrollToEnd) {
+    syncColumns(scrollToEnd);
+    debouncer_->schedulePublish([this] { return state_.deepestSelection(); });
+    emit pathChanged();
+}
+
+bool ColumnBrowser::previewPanelShown() const {
+    return previewPaneVisible_ && state_.deepestSelection() != nullptr;
+}
+
+void ColumnBrowser::setPreviewPaneVisible(bool visible) {
+    if (previewPaneVisible_ == visible) {
+        return;
+    }
+    previewPaneVisible_ = visible;
+    updatePreview();
+    emit previewPaneVisibilityChanged(visible);
+}
+
+void ColumnBrowser::updatePreview() {
+    const FileNodeRef deepest = state_.deepestSelection();
+    const bool shown = previewPaneVisible_ && deepest;
+    if (shown && preview_->node() != deepest) {
+        preview_->setNode(deepest);
+    } else if (shown) {
+        // The same node, perhaps grown during a scan.
+        preview_->setNode(deepest);
+    }
+    preview_->setVisible(shown);
+}
+
+void ColumnBrowser::selectNode(int depth, const FileNodeRef& node) {
+    const int before = columnCount();
+    if (state_.setSelection(depth, node)) {
+        if (!previewPaneVisible_) {
+            setPreviewPaneVisible(true);
+        }
+        pathDidChange(columnCount() > before);
+    } else {
+        syncColumns(false);
+    }
+}
+
+void ColumnBrowser::activateRow(ColumnListView& view, int row) {
+    ColumnItemsModel* model = view.itemsModel();
+    nameChip_->dismiss();
+    if (model->isTailRow(row)) {
+        model->revealMore();
+        state_.focusColumn(view.depth());
+        syncColumns(false);
+        return;
+    }
+    FileNodeRef node = model->nodeRefAt(row);
+    if (!node) {
+        return;
+    }
+    // Selecting any item shows the preview again.
+    if (!previewPaneVisible_) {
+        setPreviewPaneVisible(true);
+    }
+    selectNode(view.depth(), node);
+}
+
+void ColumnBrowser::openRow(ColumnListView& view, int row) {
+    FileNodeRef node = view.itemsModel()->nodeRefAt(row);
+    if (!node) {
+        return;
+    }
+    if (node->isDirectory()) {
+        // A folder opens in the next column, with the keyboard there.
+        selectNode(view.depth(), node);
+        if (state_.handleKey(ColumnBrowserState::Key::right)) {
+            pathDidChange(true);
+            if (ColumnListView* next = columnView(state_.keyboardColumn())) {
+                next->setFocus(Qt::OtherFocusReason);
+            }
+        }
+        return;
+    }
+    ExternalOpen::openInDesktop(ExternalOpen::openURL(*node, isLocal(), viewModel_.webURL(*node)));
+}
+
+void ColumnBrowser::openSelectionExternally() {
+    const FileNodeRef node = state_.selection(state_.keyboardColumn());
+    const FileNodeRef target = node ? node : state_.deepestSelection();
+    if (!target) {
+        return;
+    }
+    TreeViewDiagnostics::trace("keyPress cmd+down openExternal");
+    ExternalOpen::openInDesktop(
+        ExternalOpen::revealURL(*target, isLocal(), viewModel_.webURL(*target)));
+}
+
+bool ColumnBrowser::handleColumnKey(ColumnListView& view, QKeyEvent& event) {
+    const Qt::KeyboardModifiers modifiers =
+        event.modifiers() &
+        (Qt::ControlModifier | Qt::AltModifier | Qt::ShiftModifier | Qt::MetaModifier);
+    // Keys act on the column that has the keyboard.
+    state_.focusColumn(view.depth());
+    if (event.key() == Qt::Key_Down && modifiers == Qt::ControlModifier) {
+        openSelectionExternally();
+        return true;
+    }
+    if (modifiers != Qt::NoModifier && modifiers != Qt::KeypadModifier) {
+        return false;
+    }
+    switch (event.key()) {
+    case Qt::Key_Left:
+    case Qt::Key_Right: {
+        const bool handled =
+            state_.handleKey(event.key() == Qt::Key_Left ? ColumnBrowserState::Key::left
+                                                         : ColumnBrowserState::Key::right);
+        if (handled) {
+            pathDidChange(event.key() == Qt::Key_Right);
+            if (ColumnListView* target = columnView(state_.keyboardColumn())) {
+                target->setFocus(Qt::OtherFocusReason);
+            }
+        } else {
+            syncColumns(false);
+        }
+        // A key that did nothing is still the browser's: it must not scroll the list.
+        return true;
+    }
+    case Qt::Key_Up:
+    case Qt::Key_Down:
+    case Qt::Key_Home:
+    case Qt::Key_End:
+    case Qt::Key_PageUp:
+    case Qt::Key_PageDown:
+        moveWithinColumn(view.depth(), event.key());
+        return true;
+    case Qt::Key_Return:
+    case Qt::Key_Enter: {
+        const FileNodeRef selected = state_.selection(view.depth());
+        if (selected) {
+            const int row = view.itemsModel()->rowOf(selected.get(), true);
+            openRow(view, row);
+        }
+        return true;
+    }
+    default:
+        return false;
+    }
+}
+
+bool ColumnBrowser::moveWithinColumn(int depth, int key) {
+    ColumnListView* view = columnView(depth);
+    if (view == nullptr) {
+        return false;
+    }
+    ColumnItemsModel* model = view->itemsModel();
+    const int visible = static_cast<int>(model->visibleCount());
+    if (model->itemCount() == 0) {
+        return false;
+    }
+    const FileNodeRef selected = state_.selection(depth);
+    const int current = selected ? model->rowOf(selected.get(), true) : -1;
+    const int rowHeight = std::max(1, view->sizeHintForRow(0));
+    const int page = std::max(1, view->viewport()->height() / rowHeight - 1);
+    int target = current;
+    switch (key) {
+    case Qt::Key_Up:
+        target = current < 0 ? 0 : current - 1;
+        break;
+    case Qt::Key_Down:
+        target = current + 1;
+        break;
+    case Qt::Key_Home:
+        target = 0;
+        break;
+    case Qt::Key_End:
+        target = visible - 1;
+        break;
+    case Qt::Key_PageUp:
+        target = std::max(0, current - page);
+        break;
+    case Qt::Key_PageDown:
+        target = current + page;
+        break;
+    default:
+        return false;
+    }
+    // Moving past the last shown item reveals the folded ones (up and down stop at the ends).
+    if (target >= visible && model->hasTailRow() && key != Qt::Key_End) {
+        model->revealMore();
+    }
+    target = std::clamp(target, 0, static_cast<int>(model->visibleCount()) - 1);
+    if (target == current) {
+        syncColumns(false);
+        return false;
+    }
+    selectNode(depth, model->nodeRefAt(target));
+    view->scrollTo(model->index(target), QAbstractItemView::EnsureVisible);
+    return true;
+}
+
+void ColumnBrowser::showRowMenu(ColumnListView& view, int row, const QPoint& globalPosition) {
+    FileNodeRef node = view.itemsModel()->nodeRefAt(row);
+    if (!node) {
+        return;
+    }
+    activateRow(view, row);
+    QMenu menu(this);
+    const bool local = isLocal();
+    const std::optional<std::string> web = viewModel_.webURL(*node);
+    if (!node->isDirectory()) {
+        QAction* open = menu.addAction(tr("Open"));
+        open->setEnabled(local || web.has_value());
+        connect(open, &QAction::triggered, this, [this, node, local] {
+            ExternalOpen::openInDesktop(
+                ExternalOpen::openURL(*node, local, viewModel_.webURL(*node)));
+        });
+    }
+    QAction* reveal = menu.addAction(local ? tr("Show in File Manager") : tr("Open in Browser"));
+    reveal->setShortcut(QKeySequence(Qt::ControlModifier | Qt::Key_Down));
+    reveal->setEnabled(local || web.has_value());
+    connect(reveal, &QAction::triggered, this, [this, node, local] {
+        ExternalOpen::openInDesktop(
+            ExternalOpen::revealURL(*node, local, viewModel_.webURL(*node)));
+    });
+    menu.addSeparator();
+    QAction* copy = menu.addAction(local ? tr("Copy Path") : tr("Copy Link"));
+    copy->setEnabled(local || web.has_value());
+    connect(copy, &QAction::triggered, this, [this, node, local] {
+        const QString text = local ? qtText(ExternalOpen::localPath(*node))
+                                   : qtText(viewModel_.webURL(*node).value_or(""));
+        QApplication::clipboard()->setText(text);
+    });
+    menu.exec(globalPosition);
+}
+
+void ColumnBrowser::showNameChip(ColumnListView& view, int row, const QRect& rowRect, bool elided) {
+    if (row < 0 || !elided) {
+        nameChip_->dismiss();
+        return;
+    }
+    const QModelIndex index = view.model()->index(row, 0);
+    QStyleOptionViewItem option;
+    option.rect = rowRect;
+    option.font = view.font();
+    const QRect nameRect = ColumnRowDelegate::nameRect(option, index, view.sizeColumnWidth());
+    const QPoint topLeft = view.viewport()->mapTo(this, nameRect.topLeft());
+    const QRect frame(view.viewport()->mapTo(this, rowRect.topLeft()), rowRect.size());
+    nameChip_->showFor(index.data(Qt::DisplayRole).toString(), frame, topLeft.x());
+}
+
+} // namespace brimvale

@@ -1,0 +1,102 @@
+#pragma once
+
+#include "app/browser/ColumnBrowserState.h"
+#include "core/model/FileNode.h"
+
+#include <QWidget>
+
+#include <memory>
+#include <vector>
+
+class QHBoxLayout;
+class QKeyEvent;
+class QScrollArea;
+
+namespace brimvale {
+
+class ColumnItemsModel;
+class ColumnListView;
+class ColumnResizeSplitter;
+class HoverNameChip;
+class PreviewPanel;
+class ScannerViewModel;
+class SelectionDebouncer;
+
+// The column browser over one scan tree: column 0 lists the root's children, each selected
+// folder opens the next column, and the preview panel at the right sums up the deepest
+// selection. Columns are lazy list views over the tree (one model per column, no copy of the
+// tree); the selection reaches the coordinator 80 ms after the last change. Keys: Left and
+// Right move between columns, Up, Down, Home, End, Page Up and Page Down within one, Return
+// opens, Ctrl+Down opens the item outside the application (its web page, or the file manager).
+// GUI thread only.
+class ColumnBrowser final : public QWidget {
+    Q_OBJECT
+public:
+    explicit ColumnBrowser(ScannerViewModel& viewModel, QWidget* parent = nullptr);
+    ~ColumnBrowser() override;
+
+    // Shows `root`: a new tree, or the same root after it changed in place (a live scan's
+    // refresh). Null empties the browser.
+    void setRoot(FileNodeRef root);
+    const ColumnBrowserState& state() const { return state_; }
+
+    int columnCount() const { return static_cast<int>(columns_.size()); }
+    ColumnListView* columnView(int depth) const;
+    ColumnItemsModel* columnModel(int depth) const;
+    ColumnResizeSplitter* splitter(int depth) const;
+    PreviewPanel* previewPanel() const { return preview_; }
+    SelectionDebouncer& debouncer() const { return *debouncer_; }
+    QScrollArea* scrollArea() const { return scrollArea_; }
+
+    bool previewPaneVisible() const { return previewPaneVisible_; }
+    void setPreviewPaneVisible(bool visible);
+    // Whether the preview panel is on screen (visible and something is selected).
+    bool previewPanelShown() const;
+
+    // Selects `node` in column `depth` as a click does.
+    void selectNode(int depth, const FileNodeRef& node);
+    // Opens the deepest selection outside the application (Ctrl+Down).
+    void openSelectionExternally();
+
+signals:
+    void previewPaneVisibilityChanged(bool visible);
+    // The column path changed (at once, before the debounced publication).
+    void pathChanged();
+
+private:
+    struct Column {
+        ColumnListView* view = nullptr;
+        ColumnResizeSplitter* splitter = nullptr;
+        ColumnItemsModel* model = nullptr;
+    };
+
+    bool isLocal() const;
+    Column makeColumn(int depth);
+    void syncColumns(bool scrollToEnd);
+    void applyColumnWidth(int depth);
+    void pathDidChange(bool scrollToEnd);
+    void scheduleHorizontalScroll();
+    void updatePreview();
+
+    bool handleColumnKey(ColumnListView& view, QKeyEvent& event);
+    bool moveWithinColumn(int depth, int key);
+    void activateRow(ColumnListView& view, int row);
+    void openRow(ColumnListView& view, int row);
+    void showRowMenu(ColumnListView& view, int row, const QPoint& globalPosition);
+    void showNameChip(ColumnListView& view, int row, const QRect& rowRect, bool elided);
+
+    ScannerViewModel& viewModel_;
+    ColumnBrowserState state_;
+    std::vector<Column> columns_;
+    QScrollArea* scrollArea_;
+    QWidget* strip_;
+    QHBoxLayout* stripLayout_;
+    PreviewPanel* preview_;
+    HoverNameChip* nameChip_;
+    std::unique_ptr<SelectionDebouncer> debouncer_;
+    bool previewPaneVisible_ = true;
+    int lastKeyboardColumn_ = 0;
+    bool horizontalScrollPending_ = false;
+};
+
+} // namespace brimvale

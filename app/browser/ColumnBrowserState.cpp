@@ -1,0 +1,195 @@
+#include "app/browser/ColumnBrowserState.h"
+
+#include <algorithm>
+#include <string>
+
+namespace brimvale {
+
+ColumnBrowserState::ColumnBrowserState(FileNodeRef root)
+    : root_(std::move(root)) {}
+
+void ColumnBrowserState::traceLine(std::string_view line) const {
+    if (trace_) {
+        trace_(line);
+    }
+}
+
+bool ColumnBrowserState::opensColumn(const FileNode& node) {
+    return node.isDirectory() && !node.children().empty();
+}
+
+FileNodeRef ColumnBrowserState::deepestSelection() const {
+    return columnPath_.empty() ? FileNodeRef() : columnPath_.back();
+}
+
+std::vector<FileNodeRef> ColumnBrowserState::columnParents() const {
+    std::vector<FileNodeRef> parents;
+    if (!root_) {
+        return parents;
+    }
+    parents.push_back(root_);
+    for (const auto& node : columnPath_) {
+        if (!opensColumn(*node)) {
+            break;
+        }
+        parents.push_back(node);
+    }
+    return parents;
+}
+
+int ColumnBrowserState::columnCount() const {
+    return static_cast<int>(columnParents().size());
+}
+
+void ColumnBrowserState::focusColumn(int depth) {
+    keyboardColumn_ = std::max(0, depth);
+}
+
+FileNodeRef ColumnBrowserState::selection(int depth) const {
+    if (depth < 0 || static_cast<std::size_t>(depth) >= columnPath_.size()) {
+        return {};
+    }
+    return columnPath_[static_cast<std::size_t>(depth)];
+}
+
+bool ColumnBrowserState::setSelection(int depth, FileNodeRef node) {
+    if (!node) {
+        traceLine("selection depth=" + std::to_string(depth) + " set nil ignored");
+        return false;
+    }
+    if (depth < 0 || static_cast<std::size_t>(depth) > columnPath_.size()) {
+        return false;
+    }
+    const auto index = static_cast<std::size_t>(depth);
+    const bool unchanged = index + 1 == columnPath_.size() && columnPath_[index] == node;
+    keyboardColumn_ = depth;
+    if (unchanged) {
+        return false;
+    }
+    traceLine("selection depth=" + std::to_string(depth) + " node=" + std::string(node->name()));
+    columnPath_.resize(index);
+    columnPath_.push_back(std::move(node));
+    return true;
+}
+
+bool ColumnBrowserState::handleKey(Key key) {
+    const int k = keyboardColumn_;
+    bool handled = false;
+    if (key == Key::left) {
+        if (k >= 1) {
+            keyboardColumn_ = k - 1;
+            columnPath_.resize(std::min(columnPath_.size(), static_cast<std::size_t>(k)));
+            traceLine("keyPress left column=" + std::to_string(keyboardColumn_));
+            handled = true;
+        }
+    } else {
+        const FileNodeRef entry = selection(k);
+        if (entry && opensColumn(*entry)) {
+            keyboardColumn_ = k + 1;
+            if (!selection(keyboardColumn_)) {
+                setSelection(keyboardColumn_, firstChildInDisplayOrder(*entry));
+            }
+            traceLine("keyPress right column=" + std::to_string(keyboardColumn_));
+            handled = true;
+        }
+    }
+    if (handled) {
+        syncKeyboardColumnToTreeFocus(columnCount());
+    }
+    return handled;
+}
+
+void ColumnBrowserState::syncKeyboardColumnToTreeFocus(int count) {
+    keyboardColumn_ = std::clamp(keyboardColumn_, 0, std::max(0, count - 1));
+}
+
+bool ColumnBrowserState::selectFirstRootChildIfNeeded() {
+    if (!columnPath_.empty() || !root_) {
+        return false;
+    }
+    FileNodeRef first = firstChildInDisplayOrder(*root_);
+    if (!first) {
+        return false;
+    }
+    return setSelection(0, std::move(first));
+}
+
+bool ColumnBrowserState::replaceRoot(FileNodeRef root) {
+    const std::vector<FileNodeRef> before = columnPath_;
+    if (root == root_) {
+        // The tree changed in place: keep each selection while it is still a child of the one
+        // before it (pruned nodes lose their parent link).
+        const FileNode* parent = root_.get();
+        std::size_t kept = 0;
+        for (; kept < columnPath_.size(); ++kept) {
+            if (parent == nullptr || columnPath_[kept]->parent() != parent) {
+                break;
+            }
+            parent = columnPath_[kept].get();
+        }
+        columnPath_.resize(kept);
+    } else {
+        root_ = std::move(root);
+        std::vector<FileNodeRef> mapped;
+        const FileNode* folder = root_.get();
+        for (const auto& old : columnPath_) {
+            if (folder == nullptr) {
+                break;
+            }
+            FileNodeRef match;
+            for (const auto& child : folder->children()) {
+                if (child->name() == old->name()) {
+                    match = child;
+                    break;
+                }
+            }
+            if (!match) {
+                break;
+            }
+            folder = match.get();
+            mapped.push_back(std::move(match));
+        }
+        columnPath_ = std::move(mapped);
+        traceLine("root replaced; kept " + std::to_string(columnPath_.size()) + " of " +
+                  std::to_string(before.size()) + " selections");
+    }
+    syncKeyboardColumnToTreeFocus(std::max<int>(1, static_cast<int>(columnPath_.size())));
+    return columnPath_ != before;
+}
+
+int ColumnBrowserState::columnWidth(int index) const {
+    if (index < 0 || static_cast<std::size_t>(index) >= columnWidths_.size()) {
+        return defaultColumnWidth;
+    }
+    return std::clamp(columnWidths_[static_cast<std::size_t>(index)], minColumnWidth,
+                      maxColumnWidth);
+}
+
+void ColumnBrowserState::setColumnWidth(int index, int width) {
+    if (index < 0 || static_cast<std::size_t>(index) >= columnWidths_.size()) {
+        return;
+    }
+    columnWidths_[static_cast<std::size_t>(index)] =
+        std::clamp(width, minColumnWidth, maxColumnWidth);
+}
+
+void ColumnBrowserState::syncColumnWidthsToColumnCount(int count) {
+    columnWidths_.resize(static_cast<std::size_t>(std::max(0, count)), defaultColumnWidth);
+}
+
+FileNodeRef ColumnBrowserState::firstChildInDisplayOrder(const FileNode& folder) {
+    const auto& children = folder.children();
+    if (children.empty()) {
+        return {};
+    }
+    // The first of the largest: what a stable sort by size, descending, puts first.
+    auto best = children.begin();
+    for (auto child = children.begin() + 1; child != children.end(); ++child) {
+        if ((*child)->size() > (*best)->size()) {
+            best = child;
+        }
+    }
+    return *best;
+}
+
+} // namespace brimvale

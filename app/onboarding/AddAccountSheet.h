@@ -1,0 +1,73 @@
+#pragma once
+
+#include "core/onboarding/CloudServiceDefinition.h"
+
+#include <QDialog>
+
+#include <optional>
+
+class QLabel;
+class QLineEdit;
+class QListWidget;
+class QPushButton;
+class QStackedWidget;
+
+namespace brimvale {
+
+class NativeCredentialForm;
+class ScannerViewModel;
+class ViewModelSignals;
+
+// The sheet that adds an account: the services of the catalog as a searchable list with icons;
+// choosing one proposes an unused remote name and shows its credential form, or the browser
+// sign-in for the services that use one, with a way to cancel. Window-modal.
+class AddAccountSheet final : public QDialog {
+    Q_OBJECT
+public:
+    AddAccountSheet(ScannerViewModel& viewModel, ViewModelSignals& bridge,
+                    QWidget* parent = nullptr);
+    ~AddAccountSheet() override;
+
+    QLineEdit* searchField() const { return search_; }
+    QListWidget* serviceList() const { return services_; }
+    // The service being set up, once one is chosen.
+    const std::optional<CloudServiceDefinition>& chosenService() const { return chosen_; }
+    QLineEdit* remoteNameField() const { return remoteName_; }
+    NativeCredentialForm* form() const { return form_; }
+    QPushButton* signInButton() const { return signIn_; }
+    QLabel* statusLabel() const { return status_; }
+    QLabel* errorLabel() const { return error_; }
+
+    // Shows the services whose names contain `text` (any case).
+    void filterServices(const QString& text);
+    // Opens the set-up page of a service, proposing its remote name.
+    void chooseService(const CloudServiceDefinition& definition);
+
+protected:
+    void done(int result) override;
+
+private:
+    void showServices();
+    void refreshFromViewModel();
+    void submitForm();
+    void startSignIn();
+
+    ScannerViewModel& viewModel_;
+    QStackedWidget* pages_;
+    QLineEdit* search_;
+    QListWidget* services_;
+    QWidget* setupPage_;
+    QLabel* setupTitle_;
+    QLineEdit* remoteName_;
+    QWidget* formHolder_;
+    NativeCredentialForm* form_ = nullptr;
+    QWidget* guided_;
+    QPushButton* signIn_;
+    QPushButton* openSignInAgain_;
+    QPushButton* advanced_;
+    QLabel* status_;
+    QLabel* error_;
+    std::optional<CloudServiceDefinition> chosen_;
+};
+
+} // namespace brimvale

@@ -1,0 +1,101 @@
+#include "app/views/CacheBadge.h"
+
+#include "app/support/DateTexts.h"
+#include "app/support/Symbols.h"
+#include "app/support/WidgetText.h"
+
+#include <QDateTime>
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QPushButton>
+#include <QToolButton>
+
+namespace brimvale {
+namespace {
+
+constexpr int kCaptionSymbol = 14;
+constexpr double kCoverageThreshold = 0.85;
+
+Date currentDate() {
+    return Date::fromUnixSeconds(static_cast<double>(QDateTime::currentMSecsSinceEpoch()) / 1000.0);
+}
+
+} // namespace
+
+CacheBadge::CacheBadge(QWidget* parent)
+    : QFrame(parent) {
+    setObjectName(QStringLiteral("cacheBadge"));
+    setAccessibleName(tr("Saved scan"));
+    auto* layout = new QHBoxLayout(this);
+    layout->setContentsMargins(10, 4, 4, 4);
+    layout->setSpacing(6);
+    drive_ = new QLabel(this);
+    layout->addWidget(drive_);
+    clock_ = new QLabel(this);
+    clock_->setPixmap(Symbols::icon("clock", palette().color(QPalette::PlaceholderText))
+                          .pixmap(QSize(kCaptionSymbol, kCaptionSymbol), devicePixelRatioF()));
+    layout->addWidget(clock_);
+    date_ = new QLabel(this);
+    layout->addWidget(date_);
+    rescan_ = new QPushButton(Symbols::icon("arrow.clockwise"), tr("Rescan"), this);
+    rescan_->setAccessibleName(tr("Rescan"));
+    rescan_->setFlat(true);
+    connect(rescan_, &QPushButton::clicked, this, &CacheBadge::rescanRequested);
+    layout->addWidget(rescan_);
+    close_ = new QToolButton(this);
+    close_->setIcon(Symbols::icon("xmark"));
+    close_->setIconSize(QSize(10, 10));
+    close_->setAutoRaise(true);
+    close_->setToolTip(tr("Hide"));
+    close_->setAccessibleName(tr("Hide saved-scan badge"));
+    connect(close_, &QToolButton::clicked, this, &CacheBadge::dismissRequested);
+    layout->addWidget(close_);
+    setStyleSheet(QStringLiteral("#cacheBadge { background: palette(window); border: 1px solid "
+                                 "palette(mid); border-radius: 8px; }"));
+    dateTimer_.setInterval(30'000);
+    connect(&dateTimer_, &QTimer::timeout, this, &CacheBadge::refreshDate);
+    dateTimer_.start();
+}
+
+bool CacheBadge::accountsForTooLittle(std::int64_t accountedBytes,
+                                      std::optional<std::int64_t> occupiedBytes) {
+    if (!occupiedBytes || *occupiedBytes < 1) {
+        return false;
+    }
+    return static_cast<double>(accountedBytes) / static_cast<double>(*occupiedBytes) <
+           kCoverageThreshold;
+}
+
+QString CacheBadge::coverageText(bool tooLittle) {
+    return tooLittle ? tr("Scan accounts for less than 85% of reported occupied size — rescan to "
+                          "refresh.")
+                     : tr("Scan accounts for most of the reported occupied size.");
+}
+
+void CacheBadge::setScan(std::optional<Date> savedDate, std::int64_t accountedBytes,
+                         std::optional<std::int64_t> occupiedBytes) {
+    savedDate_ = savedDate;
+    drive_->setVisible(occupiedBytes.has_value());
+    driveWarning_ = accountsForTooLittle(accountedBytes, occupiedBytes);
+    if (occupiedBytes) {
+        const QColor color =
+            driveWarning_ ? QColor(0xF0, 0x8C, 0x00) : palette().color(QPalette::PlaceholderText);
+        drive_->setPixmap(Symbols::icon("externaldrive", color)
+                              .pixmap(QSize(kCaptionSymbol, kCaptionSymbol), devicePixelRatioF()));
+        drive_->setToolTip(coverageText(driveWarning_));
+        drive_->setAccessibleName(coverageText(driveWarning_));
+    }
+    refreshDate();
+    adjustSize();
+}
+
+void CacheBadge::refreshDate() {
+    clock_->setVisible(savedDate_.has_value());
+    date_->setVisible(savedDate_.has_value());
+    if (savedDate_) {
+        date_->setText(qtText(DateTexts::cachedDateText(*savedDate_, currentDate())));
+        date_->setToolTip(qtText(DateTexts::abbreviatedDateText(*savedDate_)));
+    }
+}
+
+} // namespace brimvale

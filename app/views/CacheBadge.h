@@ -1,0 +1,58 @@
+#pragma once
+
+#include "core/model/Date.h"
+
+#include <QFrame>
+#include <QTimer>
+
+#include <cstdint>
+#include <optional>
+
+class QLabel;
+class QPushButton;
+class QToolButton;
+
+namespace brimvale {
+
+// The badge over a finished tree: how much of the volume's occupied size the scan accounts
+// for (local scans), when the saved scan was made ("Cached 3 hours ago"), "Rescan" and a close
+// button.
+class CacheBadge final : public QFrame {
+    Q_OBJECT
+public:
+    explicit CacheBadge(QWidget* parent = nullptr);
+
+    // What the badge shows; `now` is the time the relative date is measured from.
+    void setScan(std::optional<Date> savedDate, std::int64_t accountedBytes,
+                 std::optional<std::int64_t> occupiedBytes);
+
+    // Whether the scan accounts for less than 85% of a known, non-zero occupied size.
+    static bool accountsForTooLittle(std::int64_t accountedBytes,
+                                     std::optional<std::int64_t> occupiedBytes);
+    static QString coverageText(bool tooLittle);
+
+    // Parts, for tests and accessibility.
+    QLabel* driveSymbol() const { return drive_; }
+    bool driveIsWarning() const { return driveWarning_; }
+    QLabel* dateLabel() const { return date_; }
+    QPushButton* rescanButton() const { return rescan_; }
+    QToolButton* closeButton() const { return close_; }
+
+signals:
+    void rescanRequested();
+    void dismissRequested();
+
+private:
+    void refreshDate();
+
+    QLabel* drive_;
+    QLabel* clock_;
+    QLabel* date_;
+    QPushButton* rescan_;
+    QToolButton* close_;
+    QTimer dateTimer_;
+    std::optional<Date> savedDate_;
+    bool driveWarning_ = false;
+};
+
+} // namespace brimvale

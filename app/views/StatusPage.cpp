@@ -1,0 +1,65 @@
+#include "app/views/StatusPage.h"
+
+#include "app/support/Symbols.h"
+
+#include <QLabel>
+#include <QVBoxLayout>
+
+namespace brimvale {
+
+namespace {
+constexpr int kSymbolSize = 56;
+constexpr int kTextWidth = 440;
+} // namespace
+
+StatusPage::StatusPage(QWidget* parent)
+    : QWidget(parent) {
+    auto* outer = new QVBoxLayout(this);
+    outer->setContentsMargins(32, 32, 32, 32);
+    outer->addStretch(1);
+    symbol_ = new QLabel(this);
+    symbol_->setAlignment(Qt::AlignHCenter);
+    symbol_->hide();
+    outer->addWidget(symbol_);
+    outer->addSpacing(6);
+    title_ = new QLabel(this);
+    title_->setAlignment(Qt::AlignHCenter);
+    title_->setWordWrap(true);
+    QFont titleFont = title_->font();
+    titleFont.setPointSizeF(titleFont.pointSizeF() + 4.0);
+    titleFont.setWeight(QFont::DemiBold);
+    title_->setFont(titleFont);
+    title_->hide();
+    outer->addWidget(title_, 0, Qt::AlignHCenter);
+    text_ = new QLabel(this);
+    text_->setAlignment(Qt::AlignHCenter);
+    text_->setWordWrap(true);
+    text_->setMaximumWidth(kTextWidth);
+    text_->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    text_->hide();
+    outer->addWidget(text_, 0, Qt::AlignHCenter);
+    outer->addSpacing(10);
+    body_ = new QVBoxLayout();
+    body_->setSpacing(8);
+    outer->addLayout(body_);
+    outer->addStretch(1);
+}
+
+void StatusPage::setSymbol(const char* symbol, const QColor& color) {
+    const QIcon icon = color.isValid() ? Symbols::icon(symbol, color) : Symbols::icon(symbol);
+    symbol_->setPixmap(icon.pixmap(QSize(kSymbolSize, kSymbolSize), devicePixelRatioF()));
+    symbol_->setAccessibleName(QString::fromLatin1(symbol));
+    symbol_->setVisible(!icon.isNull());
+}
+
+void StatusPage::setTitle(const QString& title) {
+    title_->setText(title);
+    title_->setVisible(!title.isEmpty());
+}
+
+void StatusPage::setText(const QString& text) {
+    text_->setText(text);
+    text_->setVisible(!text.isEmpty());
+}
+
+} // namespace brimvale
