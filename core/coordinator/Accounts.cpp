@@ -99,6 +99,8 @@ void ScannerViewModel::removeAccount(const ProviderRef& provider,
     if (!provider) {
         return;
     }
+    terminateGuidedProcess();
+    stopWebConfigServer();
     const std::string id = provider->remoteID();
     const std::string type = provider->rcloneType();
     forgetAccount(id);

@@ -406,6 +406,8 @@ void ScannerViewModel::cancelScan() {
 }
 
 void ScannerViewModel::cancelAllWork() {
+    terminateGuidedProcess();
+    stopWebConfigServer();
     std::vector<std::string> loading;
     for (const auto& [remoteID, load] : loadTasksByRemote_) {
         loading.push_back(remoteID);

@@ -2,6 +2,8 @@
 
 #include "core/coordinator/CoordinatorInternals.h"
 #include "core/onboarding/CloudServiceCatalog.h"
+#include "core/onboarding/RcloneGuidedProcessBox.h"
+#include "core/onboarding/RcloneWebConfigServer.h"
 #include "core/persistence/settings/ScanUISettings.h"
 #include "core/rclone/BrimvaleError.h"
 #include "core/support/FatalError.h"
@@ -40,6 +42,9 @@ ScannerViewModel::ScannerViewModel(ScannerViewModelOptions options)
 
 ScannerViewModel::~ScannerViewModel() {
     liveness_.reset();
+    // The web helper runs without a password on this computer: it must not outlive its use.
+    terminateGuidedProcess();
+    webConfigServer_.reset();
     // A task may be waiting for this thread (a merge into its tree); joining it here would wait
     // forever, so the tasks are stopped and left to end on their own. Their posted jobs find
     // the liveness token gone and do nothing.

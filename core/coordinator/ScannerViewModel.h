@@ -4,6 +4,9 @@
 #include "core/coordinator/PublishedField.h"
 #include "core/coordinator/ScannerState.h"
 #include "core/local/LocalScanOptions.h"
+#include "core/onboarding/CloudServiceDefinition.h"
+#include "core/onboarding/NativeCredentialConfiguration.h"
+#include "core/onboarding/NativeCredentialOnboardingKind.h"
 #include "core/persistence/cache/ScanCache.h"
 #include "core/rclone/RcloneAdapter.h"
 #include "core/rclone/RcloneRunner.h"
@@ -21,6 +24,8 @@
 namespace brimvale {
 
 class MainQueue;
+class RcloneGuidedProcessBox;
+class RcloneWebConfigServer;
 class SettingsStore;
 class Task;
 
@@ -88,6 +93,27 @@ public:
         return pendingLocalDiskPickerRemoteID_;
     }
 
+    // Onboarding (published).
+    const std::optional<std::string>& webConfigURL() const { return webConfigURL_; }
+    bool showWebConfigSheet() const { return showWebConfigSheet_; }
+    bool isGuidedConnectRunning() const { return isGuidedConnectRunning_; }
+    const std::optional<std::string>& oauthBrowserURL() const { return oauthBrowserURL_; }
+    const std::optional<std::string>& mainFlowSignInURL() const { return mainFlowSignInURL_; }
+    const std::optional<std::string>& addAccountWebURL() const { return addAccountWebURL_; }
+    bool isPresentingAddAccount() const { return isPresentingAddAccount_; }
+    bool addAccountGuidedRunning() const { return addAccountGuidedRunning_; }
+    const std::optional<std::string>& addAccountError() const { return addAccountError_; }
+    const std::optional<std::string>& addAccountSignInURL() const { return addAccountSignInURL_; }
+    const std::optional<std::string>& addAccountPendingRemoteName() const {
+        return addAccountPendingRemoteName_;
+    }
+    const std::optional<std::string>& addAccountPendingRcloneType() const {
+        return addAccountPendingRcloneType_;
+    }
+    const std::optional<NativeCredentialOnboardingKind>& addAccountPendingNativeKind() const {
+        return addAccountPendingNativeKind_;
+    }
+
     // The last state of an account, shown or not (the sidebar's glance); idle when none.
     State paneState(const std::string& remoteID) const;
     // The provider of the sidebar row `remoteID`, when there is one.
@@ -148,6 +174,63 @@ public:
     bool canAddAnotherAccount(const CloudStorageProvider& provider) const;
     bool sidebarRemoteShowsInMainList(const CloudStorageProvider& provider) const;
 
+    // Adding and connecting accounts. Operations that run rclone return at once and finish in
+    // the background; `onFinished` (where taken) runs on the main thread when they are done,
+    // with whether they succeeded. Every one of them first ends a guided rclone step still
+    // running, except where noted.
+    // Opens the add-account sheet with nothing chosen.
+    void beginAddAccount();
+    // Proposes a free remote name for the service and says which form, if any, it uses.
+    void addAccountPickService(const CloudServiceDefinition& definition);
+    // Creates the remote through rclone's guided configuration (sign-in in the browser); on
+    // success closes the sheet and selects the new account, which starts its first scan.
+    void runAddAccountGuidedFlow(const std::string& remoteName, const std::string& rcloneType,
+                                 std::function<void(bool)> onFinished = {});
+    void retryAddAccountOAuthFlow(std::function<void(bool)> onFinished = {});
+    // Starts the web configuration helper for the sheet (addAccountWebURL).
+    void openAddAccountAdvancedWebUI();
+    // The user finished in the web helper: closes the sheet, selects the pending account.
+    void completeAddAccount();
+    // A native form was saved: closes the sheet and selects `remoteName`.
+    void completeNativeAddAccount(const std::string& remoteName);
+    // Closes the sheet; a remote this flow created and never finished is deleted again.
+    void cancelAddAccount();
+    // The native credential forms: validate, write the remote, store its scan root. A refused
+    // form sets addAccountError to the form's message.
+    void applyS3AwsNativeCredentials(const std::string& remoteName, S3AwsCredentialFields fields,
+                                     std::function<void(bool)> onFinished = {});
+    void applyS3CloudflareR2NativeCredentials(const std::string& remoteName,
+                                              CloudflareR2CredentialFields fields,
+                                              std::function<void(bool)> onFinished = {});
+    void applyGCSNativeCredentials(const std::string& remoteName, GCSCredentialFields fields,
+                                   std::function<void(bool)> onFinished = {});
+    void applyAzureBlobNativeCredentials(const std::string& remoteName,
+                                         AzureBlobCredentialFields fields,
+                                         std::function<void(bool)> onFinished = {});
+    void applyFTPNativeCredentials(const std::string& remoteName, FTPCredentialFields fields,
+                                   std::function<void(bool)> onFinished = {});
+    void applySFTPNativeCredentials(const std::string& remoteName, SFTPCredentialFields fields,
+                                    std::function<void(bool)> onFinished = {});
+    // Another account of the provider's type: a guided type signs in at once under a free
+    // name; a form type opens the sheet on its form.
+    void beginAddAnotherAccount(const ProviderRef& provider);
+    // Signs an existing account in (first connection, or again after a failure). The pane shows
+    // needsSetup while the sign-in runs and error when it cannot run.
+    void beginGuidedConnect(const ProviderRef& provider, std::function<void(bool)> onFinished = {});
+    void beginReconnect(const ProviderRef& provider, std::function<void(bool)> onFinished = {});
+    // After a successful sign-in: refreshes the accounts and selects the account (a scan).
+    void completeConnectAfterGuided(const std::string& remoteID);
+    // Starts the web helper for an account and shows its sheet (webConfigURL).
+    void openFullWebConfigOnly(const ProviderRef& provider);
+    void presentEmbeddedWebConfigPanel(const ProviderRef& provider);
+    // Closes the web helper's sheet and stops the helper (it must not outlive its use).
+    void dismissWebConfigSheet();
+    void finishSetup(const ProviderRef& provider);
+    void cancelSetup(const ProviderRef& provider);
+    void acknowledgeOAuthBrowserOpened();
+    // Whether the remote name can be used for a new account; the reason when not.
+    std::optional<std::string> remoteNameProblem(const std::string& remoteName) const;
+
     // The adapter of the account list and configuration commands.
     const RcloneAdapter& addAccountHelper() const { return addAccountHelper_; }
     const std::shared_ptr<SettingsStore>& settings() const { return options_.settings; }
@@ -203,6 +286,19 @@ private:
                                                   std::stop_token stopToken);
     void forgetAccount(const std::string& remoteID);
     void activate(const ProviderRef& provider);
+    // Onboarding internals.
+    void terminateGuidedProcess();
+    std::shared_ptr<RcloneGuidedProcessBox> freshProcessBox();
+    void stopWebConfigServer();
+    std::optional<std::string> startWebConfigServer(std::string& failure);
+    void resetAddAccountFields();
+    void runGuidedConnect(const ProviderRef& provider, bool reconnect,
+                          std::function<void(bool)> onFinished);
+    void applyNativeCredentials(
+        const std::string& remoteName,
+        std::function<void(const RcloneAdapter&, SettingsStore&, std::stop_token)> apply,
+        std::function<void(bool)> onFinished);
+    void refreshThenSelect(const std::string& remoteID);
     void rememberLocalScanPath(const std::string& remoteID, const std::string& scanPath);
 
     ScannerViewModelOptions options_;
@@ -226,7 +322,25 @@ private:
     bool showLocalVolumePicker_ = false;
     std::optional<std::string> pendingLocalDiskPickerRemoteID_;
 
+    std::optional<std::string> webConfigURL_;
+    bool showWebConfigSheet_ = false;
+    bool isGuidedConnectRunning_ = false;
+    std::optional<std::string> oauthBrowserURL_;
+    std::optional<std::string> mainFlowSignInURL_;
+    std::optional<std::string> addAccountWebURL_;
+    bool isPresentingAddAccount_ = false;
+    bool addAccountGuidedRunning_ = false;
+    std::optional<std::string> addAccountError_;
+    std::optional<std::string> addAccountSignInURL_;
+    std::optional<std::string> addAccountPendingRemoteName_;
+    std::optional<std::string> addAccountPendingRcloneType_;
+    std::optional<NativeCredentialOnboardingKind> addAccountPendingNativeKind_;
+
     // Internal.
+    std::shared_ptr<RcloneGuidedProcessBox> guidedProcessBox_;
+    std::unique_ptr<RcloneWebConfigServer> webConfigServer_;
+    // A remote the add-account flow created and has not finished; deleted on cancel.
+    std::optional<std::string> addAccountCreatedRemote_;
     std::map<std::string, RunningLoad> loadTasksByRemote_;
     std::map<std::string, State> paneStatesByRemote_;
     std::map<std::string, std::int64_t> loadGenerationByRemote_;
