@@ -1,5 +1,6 @@
 #include "cli/AccountsCommand.h"
 
+#include "cli/AccountSetupCommands.h"
 #include "cli/CoordinatorSession.h"
 #include "cli/DisplayText.h"
 
@@ -59,6 +60,10 @@ void printTable(const std::vector<AccountRow>& rows, std::ostream& out) {
 }
 
 int listAccounts(std::span<const std::string> arguments, CommandStreams streams) {
+    if (!arguments.empty() &&
+        (arguments[0] == "add" || arguments[0] == "reconnect" || arguments[0] == "remove")) {
+        return runAccountSetupCommand(arguments[0], arguments.subspan(1), streams);
+    }
     bool json = false;
     for (const auto& argument : arguments) {
         if (argument == "--json") {
@@ -93,11 +98,23 @@ int listAccounts(std::span<const std::string> arguments, CommandStreams streams)
 
 } // namespace
 
+Command webConfigCommand() {
+    return Command{.name = "web-config",
+                   .summary = "Run rclone's configuration website on this computer",
+                   .usage = "web-config",
+                   .details =
+                       "Starts rclone's own configuration website on 127.0.0.1 (no password:\n"
+                       "only this computer reaches it), prints its address, opens it when\n"
+                       "there is a desktop, and stops it on Ctrl-C.",
+                   .run = runWebConfig};
+}
+
 Command accountsCommand() {
     return Command{
         .name = "accounts",
         .summary = "List the accounts Brimvale shows",
-        .usage = "accounts [--json]",
+        .usage = "accounts [--json] | accounts add SERVICE [--name NAME] [--field KEY=VALUE]... |\n"
+                 "       accounts reconnect ACCOUNT | accounts remove ACCOUNT [--yes]",
         .details =
             "The accounts of the sidebar, in its order: every rclone remote, then the\n"
             "local disk and Dropbox rows that are always there. STATUS is \"ready\",\n"

@@ -53,8 +53,8 @@ Command sizeCommand() {
 } // namespace
 
 std::vector<Command> allCommands() {
-    return {sizeCommand(), remotesCommand(), lsCommand(),    accountsCommand(),
-            scanCommand(), volumesCommand(), cacheCommand(), lzfseCommand()};
+    return {sizeCommand(),    remotesCommand(), lsCommand(),    accountsCommand(), scanCommand(),
+            volumesCommand(), cacheCommand(),   lzfseCommand(), webConfigCommand()};
 }
 
 } // namespace brimvale::cli

@@ -14,6 +14,8 @@ namespace brimvale::cli {
 class CoordinatorSession final : private ScannerViewModelObserver {
 public:
     explicit CoordinatorSession(LocalScanOptions localScanOptions = {});
+    // The coordinator, without selecting accounts it adds (the command line only adds them).
+    static ScannerViewModelOptions options(LoopMainQueue& loop, LocalScanOptions localScanOptions);
     ~CoordinatorSession() override;
 
     ScannerViewModel& viewModel() { return *viewModel_; }
@@ -22,7 +24,7 @@ public:
     // Reads the account list (refreshProviders) and returns once it is published.
     void loadAccounts();
     // Runs the loop, calling `onChange` after every change of a published field, until
-    // `finished()` is true after a change, or stop() is called (from a job of the loop).
+    // `finished()` holds (checked after every job) or stop() is called from a job.
     void runUntil(const std::function<bool()>& finished,
                   std::function<void(PublishedField)> onChange = {});
     // Ends runUntil after the job that is running now.
@@ -33,7 +35,6 @@ private:
 
     LoopMainQueue loop_;
     std::unique_ptr<ScannerViewModel> viewModel_;
-    std::function<bool()> finished_;
     std::function<void(PublishedField)> onChange_;
 };
 

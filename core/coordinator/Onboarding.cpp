@@ -104,6 +104,10 @@ void ScannerViewModel::resetAddAccountFields() {
 }
 
 void ScannerViewModel::refreshThenSelect(const std::string& remoteID) {
+    if (!options_.selectAccountsAfterSetup) {
+        refreshProviders();
+        return;
+    }
     refreshProviders([this, remoteID] {
         if (const ProviderRef chosen = provider(remoteID)) {
             // A fresh connection starts from a clean pane, not from the failure it replaces.

@@ -47,6 +47,9 @@ struct ScannerViewModelOptions {
     // The local scanner's options for local accounts (the permission callback is the
     // coordinator's own).
     LocalScanOptions localScanOptions;
+    // Whether an account just added or signed in is selected (which starts its first scan), as
+    // the desktop application wants; the command line only adds it.
+    bool selectAccountsAfterSetup = true;
     // The clock of the live-refresh and checkpoint throttles.
     std::function<std::chrono::steady_clock::time_point()> clock;
 };

@@ -4,6 +4,7 @@
 
 #include <condition_variable>
 #include <deque>
+#include <functional>
 #include <mutex>
 #include <thread>
 
@@ -20,6 +21,9 @@ public:
 
     // Runs jobs until quit(); the jobs already queued when quit() is called still run.
     void run();
+    // Runs jobs until `done()` holds, checked before the first job, after every job and, while
+    // no job comes, every 50 ms; or until quit(). A quit() is consumed by the run it ends.
+    void runUntil(const std::function<bool()>& done);
     void quit();
 
 private:
