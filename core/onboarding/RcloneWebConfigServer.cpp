@@ -48,7 +48,11 @@ RcloneWebConfigServer::RcloneWebConfigServer(RcloneRunner runner)
     : RcloneWebConfigServer(RcloneWebConfigServerOptions{.runner = std::move(runner)}) {}
 
 RcloneWebConfigServer::~RcloneWebConfigServer() {
-    stop();
+    try {
+        stop();
+    } catch (const std::exception&) {
+        // Waiting failed (poll itself); the child's own destructor still kills and reaps it.
+    }
 }
 
 std::optional<int> RcloneWebConfigServer::findFreePort() {
