@@ -183,3 +183,87 @@ TEST_F(AccountsTest, AnAccountThatLeavesTheConfigurationStopsItsLoadAndLeavesThe
 
 } // namespace
 } // namespace brimvale::testing
+
+namespace brimvale::testing {
+namespace {
+
+class ConnectHooksTest : public CoordinatorTest {};
+
+TEST_F(ConnectHooksTest, ASignInThatCannotRunShowsAnErrorAndCancellingSetupGoesIdle) {
+    // The configuration holds "photos" as a memory remote, but the sidebar row says alias: the
+    // reconnect refuses the mismatch instead of retyping the account.
+    sandbox.addRemote("photos", "memory");
+    auto photos = script("photos", "alias");
+    makeViewModel();
+    refresh();
+    viewModel->selectProvider(providerNamed("photos"));
+    ASSERT_TRUE(photos->waitForScans(1));
+    viewModel->cancelScan();
+    bool finished = false;
+    bool succeeded = true;
+    viewModel->beginReconnect(providerNamed("photos"), [&](bool ok) {
+        finished = true;
+        succeeded = ok;
+    });
+    EXPECT_TRUE(viewModel->isGuidedConnectRunning());
+    EXPECT_EQ(paneCase("photos"), Case::needsSetup);
+    ASSERT_TRUE(pumpUntil([&] { return finished; }));
+    EXPECT_FALSE(succeeded);
+    EXPECT_FALSE(viewModel->isGuidedConnectRunning());
+    ASSERT_EQ(paneCase("photos"), Case::error);
+    EXPECT_TRUE(viewModel->state().as<ScannerState::Error>()->info.canReconnect);
+    EXPECT_NE(readFile(sandbox.configPath()).find("type = memory"), std::string::npos);
+
+    viewModel->cancelSetup(providerNamed("photos"));
+    EXPECT_EQ(paneCase("photos"), Case::idle);
+    EXPECT_FALSE(viewModel->showWebConfigSheet());
+}
+
+TEST_F(ConnectHooksTest, TheAddAccountSheetProposesFreeNamesRefusesBadFormsAndKeepsASavedOne) {
+    sandbox.addRemote("sftp", "sftp", {{"host", "h"}});
+    makeViewModel();
+    refresh();
+    viewModel->beginAddAccount();
+    EXPECT_TRUE(viewModel->isPresentingAddAccount());
+    viewModel->addAccountPickService(
+        {.rcloneType = "sftp", .displayName = "SFTP", .defaultRemoteName = "sftp"});
+    EXPECT_EQ(viewModel->addAccountPendingRemoteName(), "sftp_2");
+    EXPECT_EQ(viewModel->addAccountPendingNativeKind(), NativeCredentialOnboardingKind::sftp());
+
+    // A refused form says why and writes nothing.
+    bool finished = false;
+    bool succeeded = true;
+    viewModel->applySFTPNativeCredentials("sftp_2", {.host = "", .user = "u"}, [&](bool ok) {
+        finished = true;
+        succeeded = ok;
+    });
+    ASSERT_TRUE(pumpUntil([&] { return finished; }));
+    EXPECT_FALSE(succeeded);
+    ASSERT_TRUE(viewModel->addAccountError().has_value());
+    EXPECT_EQ(readFile(sandbox.configPath()).find("[sftp_2]"), std::string::npos);
+
+    // A taken or malformed name is refused before rclone runs.
+    viewModel->applySFTPNativeCredentials("sftp", {.host = "h", .user = "u"});
+    EXPECT_NE(viewModel->addAccountError()->find("already exists"), std::string::npos);
+    viewModel->applySFTPNativeCredentials("-x", {.host = "h", .user = "u"});
+    EXPECT_NE(viewModel->addAccountError()->find("not starting with"), std::string::npos);
+
+    finished = false;
+    viewModel->applySFTPNativeCredentials(
+        "sftp_2", {.host = "127.0.0.1", .user = "u", .password = "p"}, [&](bool ok) {
+            finished = true;
+            succeeded = ok;
+        });
+    ASSERT_TRUE(pumpUntil([&] { return finished; }));
+    EXPECT_TRUE(succeeded) << viewModel->addAccountError().value_or("");
+    EXPECT_TRUE(viewModel->configuredRemoteNames().contains("sftp_2"));
+    viewModel->cancelAddAccount();
+    EXPECT_FALSE(viewModel->isPresentingAddAccount());
+    EXPECT_FALSE(viewModel->addAccountPendingRemoteName().has_value());
+    ASSERT_TRUE(pumpUntil([&] { return !viewModel->hasBackgroundWork(); }));
+    EXPECT_TRUE(viewModel->configuredRemoteNames().contains("sftp_2"))
+        << "a saved form is not undone by closing the sheet";
+}
+
+} // namespace
+} // namespace brimvale::testing
