@@ -1,6 +1,8 @@
 // brimvale-cli accounts add|remove|reconnect and web-config as a person uses them: the real
 // program and rclone, an SFTP server and an FTP server on 127.0.0.1, signals for Ctrl-C.
+#include "core/onboarding/RcloneWebConfigServer.h"
 #include "core/rclone/ChildProcess.h"
+#include "core/rclone/RcloneAdapter.h"
 #include "tests/onboarding/OnboardingTestSupport.h"
 #include "tests/rclone/RcloneTestSupport.h"
 #include "tests/support/TemporaryTree.h"
@@ -200,6 +202,45 @@ TEST_F(AccountCommandsEndToEnd, TheWebHelperAnswersOnLoopbackUntilCtrlC) {
     EXPECT_EQ(stopped.exitStatus, 0) << stopped.standardError;
     EXPECT_NE(stopped.standardOutput.find("http://127.0.0.1:" + address + "/"), std::string::npos);
     EXPECT_TRUE(waitUntil([&] { return !answers(); })) << "the helper must not outlive its use";
+}
+
+TEST_F(AccountCommandsEndToEnd, AnS3AccountScansTheBucketStoredForIt) {
+    const std::filesystem::path s3rver =
+        std::filesystem::path(BRIMVALE_SOURCE_DIR) / ".tools/node_modules/.bin/s3rver";
+    if (!std::filesystem::exists(s3rver)) {
+        GTEST_SKIP() << "the S3 test server is installed by scripts/bootstrap";
+    }
+    const auto port = RcloneWebConfigServer::findFreePort();
+    ASSERT_TRUE(port.has_value());
+    TemporaryFolder storage;
+    ServerProcess server({s3rver.string(), "--directory", storage.path().string(), "--port",
+                          std::to_string(*port), "--address", "127.0.0.1", "--configure-bucket",
+                          "media", "--configure-bucket", "other"},
+                         sandbox.environment(), home / "s3rver.log");
+    server.waitForLog("(listening on)");
+
+    auto added = run({"accounts", "add", "s3", "--name", "media", "--field", "region=us-east-1",
+                      "--field", "access_key_id=S3RVER", "--field-from-env",
+                      "secret_access_key=SECRET", "--field", "bucket=media"},
+                     {{"SECRET", "S3RVER"}});
+    ASSERT_EQ(added.exitStatus, 0) << added.standardError;
+    // Pointed at the local server instead of AWS.
+    RcloneAdapter adapter("media", "media", {.runner = sandbox.realRunner()});
+    adapter.rclone({"config", "update", "media", "provider", "Other", "endpoint",
+                    "http://127.0.0.1:" + std::to_string(*port), "force_path_style", "true"});
+    TemporaryTree upload;
+    upload.file("photos/a.jpg", 40'000);
+    upload.file("photos/2024/b.jpg", 60'000);
+    upload.file("notes.txt", 500);
+    adapter.rclone({"copy", upload.root(), "media:media"});
+    adapter.rclone({"copy", upload.location("notes.txt"), "media:other"});
+
+    auto scan = run({"scan", "media:", "--depth", "2"});
+    ASSERT_EQ(scan.exitStatus, 0) << scan.standardError;
+    EXPECT_NE(scan.standardOutput.find("(3 files, 3 folders)"), std::string::npos)
+        << scan.standardOutput;
+    EXPECT_NE(scan.standardOutput.find("photos/"), std::string::npos);
+    EXPECT_NE(scan.standardOutput.find("2024/"), std::string::npos);
 }
 
 } // namespace
