@@ -11,6 +11,7 @@
 #include <map>
 #include <spawn.h>
 #include <sys/wait.h>
+#include <termios.h>
 #include <unistd.h>
 
 extern char** environ;
@@ -93,12 +94,23 @@ struct AddArguments {
     std::map<std::string, std::string> fields;
 };
 
+// One line of standard input; on a terminal the prompt is the key and the typing is not shown.
 std::string readSecretLine(const std::string& key) {
-    if (::isatty(STDIN_FILENO)) {
+    termios saved{};
+    const bool terminal = ::isatty(STDIN_FILENO) && ::tcgetattr(STDIN_FILENO, &saved) == 0;
+    if (terminal) {
         std::cerr << key << ": " << std::flush;
+        termios hidden = saved;
+        hidden.c_lflag &= ~static_cast<tcflag_t>(ECHO);
+        ::tcsetattr(STDIN_FILENO, TCSAFLUSH, &hidden);
     }
     std::string line;
-    if (!std::getline(std::cin, line)) {
+    const bool read = static_cast<bool>(std::getline(std::cin, line));
+    if (terminal) {
+        ::tcsetattr(STDIN_FILENO, TCSAFLUSH, &saved);
+        std::cerr << '\n';
+    }
+    if (!read) {
         throw UsageError("no value for " + key + " on standard input");
     }
     if (!line.empty() && line.back() == '\r') {
