@@ -392,6 +392,12 @@ void MainWindow::openLocalVolumeSheet(const ProviderRef& provider, bool forCoord
         sidebar_->update();
         Q_EMIT signals_->sidebarChanged();
     });
+    // A finished sheet is deleted later; a new request must not find it meanwhile.
+    connect(volumeSheet_, &QDialog::finished, this, [this, sheet = volumeSheet_.data()] {
+        if (volumeSheet_ == sheet) {
+            volumeSheet_.clear();
+        }
+    });
     volumeSheet_->open();
 }
 
@@ -404,8 +410,7 @@ void MainWindow::syncLocalVolumePicker() {
         }
     } else if (!wanted && volumeSheet_ && volumeSheetForCoordinator_) {
         // Closed by the coordinator: nothing to report back.
-        volumeSheet_->blockSignals(true);
-        volumeSheet_->reject();
+        volumeSheet_->dismissWithoutReport();
     }
 }
 
@@ -446,6 +451,11 @@ void MainWindow::openAddAccountSheet() {
     }
     addAccountSheet_ = new AddAccountSheet(viewModel_, *signals_, this);
     addAccountSheet_->setAttribute(Qt::WA_DeleteOnClose);
+    connect(addAccountSheet_, &QDialog::finished, this, [this, sheet = addAccountSheet_.data()] {
+        if (addAccountSheet_ == sheet) {
+            addAccountSheet_.clear();
+        }
+    });
     addAccountSheet_->open();
 }
 

@@ -14,6 +14,7 @@
 
 #include <QApplication>
 #include <QClipboard>
+#include <QCoreApplication>
 #include <QElapsedTimer>
 #include <QHBoxLayout>
 #include <QKeyEvent>
@@ -57,6 +58,13 @@ ColumnBrowser::ColumnBrowser(ScannerViewModel& viewModel, QWidget* parent)
     stripLayout_->setSpacing(0);
     stripLayout_->addStretch(1);
     scrollArea_->setWidget(strip_);
+    QScrollBar* horizontal = scrollArea_->horizontalScrollBar();
+    connect(horizontal, &QScrollBar::rangeChanged, this, [this, horizontal](int, int maximum) {
+        if (keepEndInView_) {
+            horizontal->setValue(maximum);
+        }
+    });
+    connect(horizontal, &QScrollBar::actionTriggered, this, [this] { keepEndInView_ = false; });
     layout->addWidget(scrollArea_, 1);
 
     auto* divider = new QFrame(this);
@@ -117,7 +125,15 @@ void ColumnBrowser::setRoot(FileNodeRef root) {
             column.model->refresh();
         }
     }
-    const bool selectedFirst = state_.selectFirstRootChildIfNeeded();
+    bool selectedFirst = state_.selectFirstRootChildIfNeeded();
+    if (selectedFirst) {
+        selectionIsAutomatic_ = true;
+    } else if (sameRoot && selectionIsAutomatic_ && state_.columnPath().size() == 1) {
+        const FileNodeRef largest = ColumnBrowserState::firstChildInDisplayOrder(*state_.root());
+        if (largest && largest != state_.columnPath().front()) {
+            selectedFirst = state_.setSelection(0, largest, ColumnBrowserState::Origin::automatic);
+        }
+    }
     syncColumns(false);
     if (pathChanged || selectedFirst) {
         pathDidChange(true);
@@ -125,6 +141,11 @@ void ColumnBrowser::setRoot(FileNodeRef root) {
     TreeViewDiagnostics::debug((sameRoot ? "refresh " : "root ") + std::to_string(columnCount()) +
                                " columns in " + std::to_string(timer.nsecsElapsed() / 1000) +
                                " us");
+}
+
+void ColumnBrowser::clear() {
+    state_.forgetChosenPath();
+    setRoot({});
 }
 
 ColumnBrowser::Column ColumnBrowser::makeColumn(int depth) {
@@ -226,6 +247,7 @@ void ColumnBrowser::syncColumns(bool scrollToEnd) {
 void ColumnBrowser::scheduleHorizontalScroll() {
     // On the next turn of the loop, after the strip's layout took the new columns; a newer
     // request replaces a pending one.
+    keepEndInView_ = true;
     if (horizontalScrollPending_) {
         return;
     }
@@ -235,13 +257,10 @@ void ColumnBrowser::scheduleHorizontalScroll() {
         if (columns_.empty()) {
             return;
         }
-        stripLayout_->activate();
-        scrollArea_->ensureWidgetVisible(columns_.back().splitter, 0, 0);
-        const ColumnListView* focused = columnView(state_.keyboardColumn());
-        if (focused != nullptr) {
-            // The column with the keyboard stays in view too when the strip is narrow.
-            scrollArea_->ensureWidgetVisible(columnView(state_.keyboardColumn()), 0, 0);
-        }
+        // The strip takes its new width from posted layout requests; settle them first.
+        QCoreApplication::sendPostedEvents(nullptr, QEvent::LayoutRequest);
+        QScrollBar* bar = scrollArea_->horizontalScrollBar();
+        bar->setValue(bar->maximum());
     });
 }
 
@@ -277,6 +296,7 @@ void ColumnBrowser::updatePreview() {
 }
 
 void ColumnBrowser::selectNode(int depth, const FileNodeRef& node) {
+    selectionIsAutomatic_ = false;
     const int before = columnCount();
     if (state_.setSelection(depth, node)) {
         if (!previewPaneVisible_) {
@@ -344,6 +364,7 @@ bool ColumnBrowser::handleColumnKey(ColumnListView& view, QKeyEvent& event) {
         (Qt::ControlModifier | Qt::AltModifier | Qt::ShiftModifier | Qt::MetaModifier);
     // Keys act on the column that has the keyboard.
     state_.focusColumn(view.depth());
+    selectionIsAutomatic_ = false;
     if (event.key() == Qt::Key_Down && modifiers == Qt::ControlModifier) {
         openSelectionExternally();
         return true;

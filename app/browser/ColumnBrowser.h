@@ -38,6 +38,8 @@ public:
     // Shows `root`: a new tree, or the same root after it changed in place (a live scan's
     // refresh). Null empties the browser.
     void setRoot(FileNodeRef root);
+    // Empties the browser and forgets where the user was (another account comes next).
+    void clear();
     const ColumnBrowserState& state() const { return state_; }
 
     int columnCount() const { return static_cast<int>(columns_.size()); }
@@ -95,8 +97,14 @@ private:
     HoverNameChip* nameChip_;
     std::unique_ptr<SelectionDebouncer> debouncer_;
     bool previewPaneVisible_ = true;
+    // The first column's selection was made by the browser, not the user: while a live tree
+    // grows it follows the largest item.
+    bool selectionIsAutomatic_ = false;
     int lastKeyboardColumn_ = 0;
     bool horizontalScrollPending_ = false;
+    // The strip keeps its end in view until the user scrolls it: the width it scrolls to
+    // arrives with layout changes after the request.
+    bool keepEndInView_ = false;
 };
 
 } // namespace brimvale

@@ -52,7 +52,38 @@ FileNodeRef ColumnBrowserState::selection(int depth) const {
     return columnPath_[static_cast<std::size_t>(depth)];
 }
 
-bool ColumnBrowserState::setSelection(int depth, FileNodeRef node) {
+void ColumnBrowserState::rememberChosenPath() {
+    chosenNames_.clear();
+    for (const auto& node : columnPath_) {
+        chosenNames_.emplace_back(node->name());
+    }
+}
+
+std::vector<FileNodeRef>
+ColumnBrowserState::followNames(const std::vector<std::string>& names) const {
+    std::vector<FileNodeRef> path;
+    const FileNode* folder = root_.get();
+    for (const auto& name : names) {
+        if (folder == nullptr) {
+            break;
+        }
+        FileNodeRef match;
+        for (const auto& child : folder->children()) {
+            if (child->name() == name) {
+                match = child;
+                break;
+            }
+        }
+        if (!match) {
+            break;
+        }
+        folder = match.get();
+        path.push_back(std::move(match));
+    }
+    return path;
+}
+
+bool ColumnBrowserState::setSelection(int depth, FileNodeRef node, Origin origin) {
     if (!node) {
         traceLine("selection depth=" + std::to_string(depth) + " set nil ignored");
         return false;
@@ -69,6 +100,9 @@ bool ColumnBrowserState::setSelection(int depth, FileNodeRef node) {
     traceLine("selection depth=" + std::to_string(depth) + " node=" + std::string(node->name()));
     columnPath_.resize(index);
     columnPath_.push_back(std::move(node));
+    if (origin == Origin::user) {
+        rememberChosenPath();
+    }
     return true;
 }
 
@@ -94,6 +128,7 @@ bool ColumnBrowserState::handleKey(Key key) {
         }
     }
     if (handled) {
+        rememberChosenPath();
         syncKeyboardColumnToTreeFocus(columnCount());
     }
     return handled;
@@ -111,12 +146,17 @@ bool ColumnBrowserState::selectFirstRootChildIfNeeded() {
     if (!first) {
         return false;
     }
-    return setSelection(0, std::move(first));
+    return setSelection(0, std::move(first), Origin::automatic);
 }
 
 bool ColumnBrowserState::replaceRoot(FileNodeRef root) {
     const std::vector<FileNodeRef> before = columnPath_;
-    if (root == root_) {
+    const bool sameRoot = root == root_;
+    root_ = std::move(root);
+    std::vector<FileNodeRef> chosen = followNames(chosenNames_);
+    if (!chosen.empty()) {
+        columnPath_ = std::move(chosen);
+    } else if (sameRoot) {
         // The tree changed in place: keep each selection while it is still a child of the one
         // before it (pruned nodes lose their parent link).
         const FileNode* parent = root_.get();
@@ -129,29 +169,11 @@ bool ColumnBrowserState::replaceRoot(FileNodeRef root) {
         }
         columnPath_.resize(kept);
     } else {
-        root_ = std::move(root);
-        std::vector<FileNodeRef> mapped;
-        const FileNode* folder = root_.get();
-        for (const auto& old : columnPath_) {
-            if (folder == nullptr) {
-                break;
-            }
-            FileNodeRef match;
-            for (const auto& child : folder->children()) {
-                if (child->name() == old->name()) {
-                    match = child;
-                    break;
-                }
-            }
-            if (!match) {
-                break;
-            }
-            folder = match.get();
-            mapped.push_back(std::move(match));
-        }
-        columnPath_ = std::move(mapped);
+        columnPath_.clear();
+    }
+    if (!sameRoot) {
         traceLine("root replaced; kept " + std::to_string(columnPath_.size()) + " of " +
-                  std::to_string(before.size()) + " selections");
+                  std::to_string(chosenNames_.size()) + " chosen selections");
     }
     syncKeyboardColumnToTreeFocus(std::max<int>(1, static_cast<int>(columnPath_.size())));
     return columnPath_ != before;

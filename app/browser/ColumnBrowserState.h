@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <functional>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -21,6 +22,9 @@ public:
     static constexpr int previewPanelWidth = 280;
 
     enum class Key { left, right };
+    // Who made a selection: the user's choices are where the browser returns when the tree is
+    // replaced (a rescan); the browser's own (the largest item, shown first) are not.
+    enum class Origin { user, automatic };
 
     explicit ColumnBrowserState(FileNodeRef root = {});
 
@@ -42,7 +46,7 @@ public:
     // Selects `node` in column `depth`: the path is cut to `depth` entries, `node` appended,
     // and keys then act on that column. A null node is ignored (a column cannot clear its own
     // selection). Returns whether the path changed.
-    bool setSelection(int depth, FileNodeRef node);
+    bool setSelection(int depth, FileNodeRef node, Origin origin = Origin::user);
 
     // Left and right arrows on the keyboard column; returns whether the key was handled.
     // Left leaves the column (its selection is dropped, the one to the left stays); right
@@ -52,11 +56,14 @@ public:
     // When nothing is selected, selects the root's largest child; returns whether it did.
     bool selectFirstRootChildIfNeeded();
 
-    // Shows another tree, or the same root after it changed in place (a live scan). The same
-    // root keeps every selection still in the tree; a new root keeps the selections whose
-    // names lead the same way from the root (a rescan's tree opens where the old one was).
-    // Returns whether the path changed.
+    // Shows another tree, or the same root after it changed in place (a live scan). The path
+    // becomes the user's last chosen path, followed by names from the root as far as the tree
+    // has it (a rescan's tree opens where the old one was, and a growing live tree extends the
+    // path as the chosen folders appear); without one, the same root keeps every selection
+    // still in the tree. Returns whether the path changed.
     bool replaceRoot(FileNodeRef root);
+    // Another account's tree comes next: nothing chosen so far carries over.
+    void forgetChosenPath() { chosenNames_.clear(); }
 
     // Column widths, in device-independent pixels, kept while the column exists.
     int columnWidth(int index) const;
@@ -74,9 +81,14 @@ public:
 private:
     void traceLine(std::string_view line) const;
     static bool opensColumn(const FileNode& node);
+    void rememberChosenPath();
+    // The nodes that `names` lead to from the root, as far as they match.
+    std::vector<FileNodeRef> followNames(const std::vector<std::string>& names) const;
 
     FileNodeRef root_;
     std::vector<FileNodeRef> columnPath_;
+    // The names of the path the user chose last, from the root down.
+    std::vector<std::string> chosenNames_;
     int keyboardColumn_ = 0;
     std::vector<int> columnWidths_;
     std::function<void(std::string_view)> trace_;

@@ -217,6 +217,13 @@ void LocalVolumeSheet::finish(std::optional<std::string> scanPath) {
     QDialog::done(scanPath ? Accepted : Rejected);
 }
 
+void LocalVolumeSheet::dismissWithoutReport() {
+    reported_ = true;
+    if (isVisible()) {
+        QDialog::done(Rejected);
+    }
+}
+
 void LocalVolumeSheet::done(int result) {
     if (!reported_ && result != Accepted) {
         finish(std::nullopt);

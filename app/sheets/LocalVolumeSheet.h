@@ -47,6 +47,8 @@ public:
     QPushButton* scanButton() const { return scan_; }
     QPushButton* chooseFolderButton() const { return chooseFolder_; }
 
+    // Closes the sheet without reporting anything (the coordinator closed the picker).
+    void dismissWithoutReport();
     // Fills the list (the background read ends here; tests call it directly).
     void showChoices(Choices choices);
 

@@ -78,12 +78,14 @@ AccountSidebar::AccountSidebar(ScannerViewModel& viewModel, ViewModelSignals& br
             emit chooseLocalFolderRequested(local);
         }
     });
-    connect(list_->selectionModel(), &QItemSelectionModel::currentChanged, this,
-            [this](const QModelIndex& current) {
-                if (syncingSelection_ || !current.isValid()) {
+    // A selection, not a current row: focusing the list makes its first row current without
+    // selecting it, and that must not open an account.
+    connect(list_->selectionModel(), &QItemSelectionModel::selectionChanged, this,
+            [this](const QItemSelection& selected) {
+                if (syncingSelection_ || selected.indexes().isEmpty()) {
                     return;
                 }
-                if (ProviderRef provider = model_->providerAt(current.row())) {
+                if (ProviderRef provider = model_->providerAt(selected.indexes().front().row())) {
                     emit accountActivated(provider);
                 }
             });

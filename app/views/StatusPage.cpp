@@ -2,6 +2,7 @@
 
 #include "app/support/Symbols.h"
 
+#include <QHBoxLayout>
 #include <QLabel>
 #include <QVBoxLayout>
 
@@ -30,14 +31,20 @@ StatusPage::StatusPage(QWidget* parent)
     titleFont.setWeight(QFont::DemiBold);
     title_->setFont(titleFont);
     title_->hide();
-    outer->addWidget(title_, 0, Qt::AlignHCenter);
+    outer->addWidget(title_);
     text_ = new QLabel(this);
     text_->setAlignment(Qt::AlignHCenter);
     text_->setWordWrap(true);
-    text_->setMaximumWidth(kTextWidth);
     text_->setTextInteractionFlags(Qt::TextSelectableByMouse);
     text_->hide();
-    outer->addWidget(text_, 0, Qt::AlignHCenter);
+    // A wrapped label needs a width of its own to wrap at, centred between two stretches.
+    auto* textRow = new QHBoxLayout();
+    textRow->addStretch(1);
+    textRow->addWidget(text_, 0);
+    textRow->addStretch(1);
+    text_->setMinimumWidth(kTextWidth);
+    text_->setMaximumWidth(kTextWidth);
+    outer->addLayout(textRow);
     outer->addSpacing(10);
     body_ = new QVBoxLayout();
     body_->setSpacing(8);

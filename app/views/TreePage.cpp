@@ -123,7 +123,7 @@ void TreePage::setAccessAdvisory(bool shown) {
 }
 
 void TreePage::forgetPath() {
-    browser_->setRoot({});
+    browser_->clear();
 }
 
 void TreePage::resizeEvent(QResizeEvent* event) {

@@ -1,0 +1,128 @@
+#include "app/MainWindow.h"
+#include "app/bridge/QtMainQueue.h"
+#include "app/browser/ColumnBrowser.h"
+#include "app/browser/ColumnItemsModel.h"
+#include "app/browser/ColumnListView.h"
+#include "app/sidebar/AccountSidebar.h"
+#include "app/sidebar/SidebarModel.h"
+#include "app/views/TreePage.h"
+#include "core/coordinator/ScannerViewModel.h"
+#include "core/persistence/settings/ScanUISettings.h"
+#include "core/support/InMemorySettingsStore.h"
+#include "tests/app/AppTestSupport.h"
+
+#include <QAction>
+#include <QDir>
+#include <QListView>
+#include <QTest>
+#include <gtest/gtest.h>
+
+namespace brimvale {
+namespace {
+
+using namespace std::chrono_literals;
+using testing::pumpUntil;
+
+void saveScreenshot(QWidget& window, const QString& name) {
+    QDir().mkpath(BRIMVALE_SCREENSHOT_DIR);
+    const QString path = QString(BRIMVALE_SCREENSHOT_DIR) + "/" + name + ".png";
+    EXPECT_TRUE(window.grab().save(path)) << path.toStdString();
+}
+
+// The real thing from end to end: the application's window on the real coordinator, the real
+// rclone listing an alias remote over a folder of files, driven the way a user would (a click
+// in the sidebar, the keyboard in the columns, Rescan in the toolbar). Screenshots of each
+// state go to the build folder.
+TEST(ApplicationEndToEnd, ScanBrowseAndRescanAnAliasRemote) {
+    const bool previousLiveTree = ScanUISettings::liveTreeDuringScan.exchange(true);
+    testing::RcloneSandbox sandbox;
+    testing::TemporaryFolder cache;
+    testing::TemporaryFolder fixture;
+    // 40 folders of 25 files, sizes growing with the folder's number; one big file on top.
+    for (int folder = 0; folder < 40; ++folder) {
+        for (int item = 0; item < 25; ++item) {
+            testing::writeFileOfSize(fixture / ("album" + std::to_string(folder)) /
+                                         ("photo" + std::to_string(item) + ".jpg"),
+                                     static_cast<std::size_t>(1000 * (folder + 1) + item));
+        }
+    }
+    testing::writeFileOfSize(fixture / "archive.zip", 2'000'000);
+    sandbox.addRemote("pictures", "alias", {{"remote", fixture.path().string()}});
+
+    {
+        QtMainQueue queue;
+        ScannerViewModel viewModel(
+            ScannerViewModelOptions{.mainQueue = &queue,
+                                    .settings = std::make_shared<InMemorySettingsStore>(),
+                                    .cacheDirectory = cache.path().string(),
+                                    .runner = sandbox.realRunner()});
+        MainWindow window(viewModel, {});
+        window.resize(1280, 800);
+        window.show();
+        window.raise();
+        window.activateWindow();
+        ASSERT_TRUE(QTest::qWaitForWindowExposed(&window));
+
+        // The account list is read when the window appears.
+        SidebarModel* rows = window.sidebar()->model();
+        ASSERT_TRUE(pumpUntil([rows] { return rows->rowOf("pictures") >= 0; }));
+        saveScreenshot(window, "idle");
+
+        window.sidebar()->list()->setCurrentIndex(rows->index(rows->rowOf("pictures")));
+        bool sawScanning = false;
+        ASSERT_TRUE(pumpUntil(
+            [&] {
+                if (viewModel.state().is<ScannerState::Scanning>() && !sawScanning &&
+                    viewModel.state().shownTree()) {
+                    sawScanning = true;
+                    saveScreenshot(window, "scanning");
+                }
+                return viewModel.state().is<ScannerState::Done>();
+            },
+            120s));
+        const FileNodeRef root = viewModel.state().shownTree();
+        ASSERT_NE(root, nullptr);
+        EXPECT_EQ(root->children().size(), 41u);
+        EXPECT_EQ(root->children().front()->name(), "archive.zip");
+        QTest::qWait(50);
+        saveScreenshot(window, "done");
+
+        // The keyboard: down to the largest album, into it, down once.
+        ColumnBrowser* browser = window.treePage()->browser();
+        ColumnListView* first = browser->columnView(0);
+        ASSERT_NE(first, nullptr);
+        first->setFocus();
+        QTest::keyClick(first, Qt::Key_Down);
+        EXPECT_EQ(browser->state().selection(0)->name(), "album39");
+        QTest::keyClick(first, Qt::Key_Right);
+        ASSERT_NE(browser->columnView(1), nullptr);
+        QTest::keyClick(browser->columnView(1), Qt::Key_Down);
+        ASSERT_TRUE(pumpUntil(
+            [&] {
+                return viewModel.selectedNode() &&
+                       viewModel.selectedNode()->name() == "photo23.jpg";
+            },
+            2s));
+        saveScreenshot(window, "browsed");
+
+        // Rescan: a new scan, then the tree again, at the same place.
+        testing::writeFileOfSize(fixture / "album39" / "new.raw", 900'000);
+        ASSERT_TRUE(window.rescanAction()->isEnabled());
+        window.rescanAction()->trigger();
+        ASSERT_TRUE(pumpUntil([&] { return !viewModel.state().is<ScannerState::Done>(); }, 10s));
+        ASSERT_TRUE(pumpUntil([&] { return viewModel.state().is<ScannerState::Done>(); }, 120s));
+        ASSERT_TRUE(pumpUntil([&] { return browser->state().columnPath().size() >= 2; }, 5s));
+        EXPECT_EQ(browser->state().selection(0)->name(), "album39");
+        EXPECT_EQ(browser->columnModel(1)->nodeAt(0)->name(), "new.raw");
+        saveScreenshot(window, "rescanned");
+
+        window.close();
+        viewModel.cancelAllWork();
+        pumpUntil([&] { return !viewModel.hasBackgroundWork(); }, 10s);
+        viewModel.waitForSavedScans(10s);
+    }
+    ScanUISettings::liveTreeDuringScan = previousLiveTree;
+}
+
+} // namespace
+} // namespace brimvale
