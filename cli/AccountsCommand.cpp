@@ -121,7 +121,21 @@ Command accountsCommand() {
             "\"incomplete\" (its sign-in never finished; hidden in the sidebar) or \"not set\n"
             "up\" (a row waiting for an account; the local disk is always ready).\n"
             "\n"
-            "  --json   one object per account: id, type, name, configured, ready, shown",
+            "  --json   one object per account: id, type, name, configured, ready, shown\n"
+            "\n"
+            "add SERVICE adds an account. sftp, ftp, s3, r2, gcs and azureblob take the\n"
+            "fields of their form as options (a wrong or missing one is named, and nothing\n"
+            "is written). The others (gdrive, dropbox, onedrive, box, mega or any rclone\n"
+            "type) go through rclone's own questions; those that sign in through the browser\n"
+            "print the sign-in address, and Ctrl-C gives up and leaves no half-made account.\n"
+            "\n"
+            "  --name NAME               the new account's name (default: the service's)\n"
+            "  --field KEY=VALUE         a field, such as host=nas.local or bucket=photos\n"
+            "  --field-from-env KEY=VAR  a field from the environment variable VAR\n"
+            "  --field-from-stdin KEY    a field read from standard input (not echoed)\n"
+            "\n"
+            "reconnect signs ACCOUNT in again. remove deletes ACCOUNT with its saved scans,\n"
+            "after asking (--yes, -y: without asking).",
         .run = listAccounts};
 }
 
