@@ -299,17 +299,28 @@ void ScannerViewModel::receivePartialTree(const std::string& remoteID, const Fil
     emitLiveStateIfDue(remoteID);
 }
 
-void ScannerViewModel::emitLiveStateIfDue(const std::string& remoteID) {
+ScanProgress ScannerViewModel::latestProgress(const std::string& remoteID) const {
     const auto progress = latestScanProgressByRemote_.find(remoteID);
-    const std::int64_t items =
-        progress == latestScanProgressByRemote_.end() ? 0 : progress->second.itemsScanned();
-    const auto interval = secondsDuration(ScanUISettings::adaptiveLiveRefreshInterval(items));
+    return progress == latestScanProgressByRemote_.end() ? ScanProgress{} : progress->second;
+}
+
+bool ScannerViewModel::takeTurnIfDue(std::map<std::string, Clock::time_point>& lastTimes,
+                                     const std::string& remoteID, double intervalSeconds) {
     const auto current = now();
-    const auto last = lastLiveUIPaneEmit_.find(remoteID);
-    if (last != lastLiveUIPaneEmit_.end() && current - last->second < interval) {
+    const auto last = lastTimes.find(remoteID);
+    if (last != lastTimes.end() && current - last->second < secondsDuration(intervalSeconds)) {
+        return false;
+    }
+    lastTimes[remoteID] = current;
+    return true;
+}
+
+void ScannerViewModel::emitLiveStateIfDue(const std::string& remoteID) {
+    const ScanProgress progress = latestProgress(remoteID);
+    if (!takeTurnIfDue(lastLiveUIPaneEmit_, remoteID,
+                       ScanUISettings::adaptiveLiveRefreshInterval(progress.itemsScanned()))) {
         return;
     }
-    lastLiveUIPaneEmit_[remoteID] = current;
     FileNodeRef liveRoot;
     if (ScanUISettings::liveTreeDuringScan.load()) {
         if (const auto root = liveScanRootByRemote_.find(remoteID);
@@ -317,23 +328,16 @@ void ScannerViewModel::emitLiveStateIfDue(const std::string& remoteID) {
             liveRoot = root->second;
         }
     }
-    const ScanProgress shown =
-        progress == latestScanProgressByRemote_.end() ? ScanProgress{} : progress->second;
-    applyPaneState(State::Scanning{shown, std::move(liveRoot)}, remoteID);
+    applyPaneState(State::Scanning{progress, std::move(liveRoot)}, remoteID);
 }
 
 void ScannerViewModel::recordScanCheckpointIfDue(const std::string& remoteID,
                                                  const FileNodeRef& root) {
-    const auto progress = latestScanProgressByRemote_.find(remoteID);
-    const std::int64_t items =
-        progress == latestScanProgressByRemote_.end() ? 0 : progress->second.itemsScanned();
-    const auto minInterval = secondsDuration(ScanUISettings::adaptiveCheckpointMinInterval(items));
-    const auto current = now();
-    const auto last = lastScanCheckpointTime_.find(remoteID);
-    if (last != lastScanCheckpointTime_.end() && current - last->second < minInterval) {
+    const std::int64_t items = latestProgress(remoteID).itemsScanned();
+    if (!takeTurnIfDue(lastScanCheckpointTime_, remoteID,
+                       ScanUISettings::adaptiveCheckpointMinInterval(items))) {
         return;
     }
-    lastScanCheckpointTime_[remoteID] = current;
     const auto stem = lastScanCacheStemByRemoteID_.find(remoteID);
     if (stem == lastScanCacheStemByRemoteID_.end()) {
         return;

@@ -277,6 +277,12 @@ private:
     void receiveProgress(const std::string& remoteID, const ScanProgress& progress);
     void receivePartialTree(const std::string& remoteID, const FileNodeRef& root);
     void emitLiveStateIfDue(const std::string& remoteID);
+    // The newest progress of the account's scan (zero counts before the first).
+    ScanProgress latestProgress(const std::string& remoteID) const;
+    // True, and the time noted, when `intervalSeconds` have passed since the account's last turn
+    // in `lastTimes` (or it never had one).
+    bool takeTurnIfDue(std::map<std::string, Clock::time_point>& lastTimes,
+                       const std::string& remoteID, double intervalSeconds);
     void recordScanCheckpointIfDue(const std::string& remoteID, const FileNodeRef& root);
     void saveTreeInBackground(const FileNode& root, const std::string& stem, const char* why);
     void stopLoad(const std::string& remoteID, bool keepPartialTree);

@@ -3,6 +3,7 @@
 #include "core/onboarding/RcloneWebConfigServer.h"
 #include "core/rclone/ChildProcess.h"
 #include "core/rclone/RcloneAdapter.h"
+#include "tests/coordinator/CliProgram.h"
 #include "tests/onboarding/OnboardingTestSupport.h"
 #include "tests/rclone/RcloneTestSupport.h"
 #include "tests/support/TemporaryTree.h"
@@ -23,33 +24,20 @@ namespace {
 
 class AccountCommandsEndToEnd : public ::testing::Test {
 protected:
-    std::vector<EnvironmentChange> environment() const {
-        auto changes = sandbox.environment();
-        changes.push_back({"XDG_CACHE_HOME", (home / "cache").string()});
-        changes.push_back({"XDG_CONFIG_HOME", (home / "config").string()});
-        changes.push_back({"DISPLAY", std::nullopt}); // never open a browser from a test
-        changes.push_back({"WAYLAND_DISPLAY", std::nullopt});
-        return changes;
-    }
-
     std::unique_ptr<ChildProcess> start(std::vector<std::string> arguments,
                                         std::vector<EnvironmentChange> extra = {}) const {
-        auto changes = environment();
-        changes.insert(changes.end(), extra.begin(), extra.end());
-        return ChildProcess::spawn(ChildProcessOptions{.executable = BRIMVALE_CLI_PROGRAM,
-                                                       .arguments = std::move(arguments),
-                                                       .environmentChanges = changes});
+        return cli.start(std::move(arguments), std::move(extra));
     }
-
     ChildProcessResult run(std::vector<std::string> arguments,
                            std::vector<EnvironmentChange> extra = {}) const {
-        return start(std::move(arguments), std::move(extra))->collectOutputAndWait();
+        return cli.run(std::move(arguments), std::move(extra));
     }
 
     std::string config() const { return readFile(sandbox.configPath()); }
 
     RcloneSandbox sandbox;
     TemporaryFolder home;
+    CliProgram cli{sandbox, home.path()};
 };
 
 TEST_F(AccountCommandsEndToEnd, AnSftpAccountAddedFromTheFormScansAndIsRemovedWithItsSavedScan) {

@@ -1,6 +1,7 @@
 // brimvale-cli scan and cache clear as a person runs them: the real program, the real rclone
 // with an alias remote over real files, and signals sent to the running scan.
 #include "core/rclone/ChildProcess.h"
+#include "tests/coordinator/CliProgram.h"
 #include "tests/rclone/RcloneTestSupport.h"
 #include "tests/support/TemporaryTree.h"
 
@@ -22,29 +23,16 @@ protected:
         tree.file("notes.txt", 1'000);
     }
 
-    std::vector<EnvironmentChange> environment() const {
-        auto changes = sandbox.environment();
-        changes.push_back({"XDG_CACHE_HOME", (home / "cache").string()});
-        changes.push_back({"XDG_CONFIG_HOME", (home / "config").string()});
-        return changes;
-    }
-
     std::unique_ptr<ChildProcess> start(std::vector<std::string> arguments,
                                         std::vector<EnvironmentChange> extra = {}) const {
-        auto changes = environment();
-        changes.insert(changes.end(), extra.begin(), extra.end());
-        return ChildProcess::spawn(ChildProcessOptions{.executable = BRIMVALE_CLI_PROGRAM,
-                                                       .arguments = std::move(arguments),
-                                                       .environmentChanges = changes});
+        return cli.start(std::move(arguments), std::move(extra));
+    }
+    ChildProcessResult run(std::vector<std::string> arguments,
+                           std::vector<EnvironmentChange> extra = {}) const {
+        return cli.run(std::move(arguments), std::move(extra));
     }
 
-    ChildProcessResult run(std::vector<std::string> arguments) const {
-        return start(std::move(arguments))->collectOutputAndWait();
-    }
-
-    std::filesystem::path cacheFile(const std::string& stem) const {
-        return home / "cache" / "Brimvale" / (stem + ".cache");
-    }
+    std::filesystem::path cacheFile(const std::string& stem) const { return cli.cacheFile(stem); }
 
     // A remote whose scan takes seconds: one rclone run per folder.
     void addSlowRemote() {
@@ -56,6 +44,7 @@ protected:
 
     RcloneSandbox sandbox;
     TemporaryFolder home;
+    CliProgram cli{sandbox, home.path()};
     TemporaryTree tree;
     TemporaryTree slowTree;
 };

@@ -206,18 +206,24 @@ TEST_F(ScanRunsTest, ResultsOfSupersededAndCancelledRunsNeverReachThePane) {
     ASSERT_TRUE(pumpUntil([&] { return photos->waitUntilDrained(std::chrono::milliseconds(1)); }));
 
     // The rescan seeds the new run with the tree on screen.
+    photos->ignoresStop = true;
     viewModel->rescan();
     ASSERT_TRUE(photos->waitForScans(2));
     ASSERT_TRUE(pumpUntil([&] { return paneCase("photos") == Case::scanning; }));
     EXPECT_EQ(photos->seeds().at(1), shown);
 
-    // The first run's result is already on its way (its scan ignored the stop); the second
-    // run has shown its first state. The late result must not replace it.
+    // The first run's progress is already on its way (its scan has not noticed the stop); the
+    // second run has shown its first state. The late progress must not replace it.
     const auto stale = tree("stale", 666);
-    photos->push(ScriptedProvider::Progress{{.filesScanned = 500}});
-    ASSERT_TRUE(photos->waitUntilDrained());
+    photos->pushTo(0, ScriptedProvider::Progress{{.filesScanned = 500}});
+    ASSERT_TRUE(pumpUntil([&] { return photos->waitUntilDrained(std::chrono::milliseconds(1)); }));
     advanceClock(100);
     queue.runUntilIdle();
+    EXPECT_NE(viewModel->state().as<ScannerState::Scanning>()->progress.filesScanned, 500);
+    photos->pushTo(0, ScriptedProvider::Finish{stale});
+    ASSERT_TRUE(pumpUntil([&] { return photos->waitUntilDrained(std::chrono::milliseconds(1)); }));
+    EXPECT_TRUE(viewModel->state().is<ScannerState::Scanning>());
+    photos->ignoresStop = false;
     const auto fresh = tree("fresh", 42);
     photos->push(ScriptedProvider::Finish{fresh});
     ASSERT_TRUE(pumpUntil([&] { return paneCase("photos") == Case::done; }));

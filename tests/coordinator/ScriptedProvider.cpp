@@ -10,24 +10,40 @@ bool ScriptedProvider::isConfigured(std::stop_token) {
 }
 
 FileNodeRef ScriptedProvider::scan(const ScanParameters& parameters) {
+    int index = 0;
     {
         std::lock_guard lock(mutex_);
+        index = static_cast<int>(paths_.size());
         paths_.push_back(parameters.path);
         seeds_.push_back(parameters.seedRoot);
     }
     changed_.notify_all();
+    struct Unplayed {
+        ScriptedProvider* self;
+        int index;
+        ~Unplayed() {
+            {
+                std::lock_guard lock(self->mutex_);
+                self->pendingSteps_ -= static_cast<int>(self->steps_[index].size());
+                self->steps_.erase(index);
+            }
+            self->changed_.notify_all();
+        }
+    } unplayed{this, index};
     for (;;) {
         Step step;
         {
             std::unique_lock lock(mutex_);
-            while (steps_.empty()) {
-                if (parameters.stopToken.stop_requested()) {
+            auto& mine = steps_[index];
+            while (mine.empty()) {
+                if (parameters.stopToken.stop_requested() && !ignoresStop) {
                     throw CancellationError();
                 }
                 changed_.wait_for(lock, std::chrono::milliseconds(5));
             }
-            step = std::move(steps_.front());
-            steps_.pop_front();
+            step = std::move(mine.front());
+            mine.pop_front();
+            --pendingSteps_;
             playing_ = true;
         }
         struct Played {
@@ -54,9 +70,19 @@ FileNodeRef ScriptedProvider::scan(const ScanParameters& parameters) {
 }
 
 void ScriptedProvider::push(Step step) {
+    int newest = 0;
     {
         std::lock_guard lock(mutex_);
-        steps_.push_back(std::move(step));
+        newest = std::max(0, static_cast<int>(paths_.size()) - 1);
+    }
+    pushTo(newest, std::move(step));
+}
+
+void ScriptedProvider::pushTo(int scanIndex, Step step) {
+    {
+        std::lock_guard lock(mutex_);
+        steps_[scanIndex].push_back(std::move(step));
+        ++pendingSteps_;
     }
     changed_.notify_all();
 }
@@ -84,7 +110,7 @@ bool ScriptedProvider::waitForScans(int count, std::chrono::milliseconds timeout
 
 bool ScriptedProvider::waitUntilDrained(std::chrono::milliseconds timeout) {
     std::unique_lock lock(mutex_);
-    return changed_.wait_for(lock, timeout, [&] { return steps_.empty() && !playing_; });
+    return changed_.wait_for(lock, timeout, [&] { return pendingSteps_ == 0 && !playing_; });
 }
 
 } // namespace brimvale::testing

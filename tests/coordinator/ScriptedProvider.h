@@ -2,10 +2,12 @@
 
 #include "core/model/CloudStorageProvider.h"
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <deque>
 #include <exception>
+#include <map>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -54,7 +56,10 @@ public:
         return occupiedBytes;
     }
 
+    // Queues a step for the newest scan; pushTo for an earlier one (a superseded scan that has
+    // not noticed its stop yet).
     void push(Step step);
+    void pushTo(int scanIndex, Step step);
     int scansStarted() const;
     // The path and seed of each scan, in order.
     std::vector<std::string> scannedPaths() const;
@@ -62,9 +67,13 @@ public:
     // Waits until `count` scans have started.
     bool waitForScans(int count, std::chrono::milliseconds timeout = std::chrono::seconds(10));
     // Waits until every pushed step has been played.
+    // (Steps queued for a scan that ended unplayed do not count.)
     bool waitUntilDrained(std::chrono::milliseconds timeout = std::chrono::seconds(10));
 
     bool configured = true;
+    // A scan that goes on after its stop until its steps say otherwise: a result already on its
+    // way when the run was superseded.
+    std::atomic<bool> ignoresStop{false};
     std::optional<std::int64_t> occupiedBytes;
 
 private:
@@ -72,7 +81,8 @@ private:
     const std::string type_;
     mutable std::mutex mutex_;
     std::condition_variable changed_;
-    std::deque<Step> steps_;
+    std::map<int, std::deque<Step>> steps_; // by scan index
+    int pendingSteps_ = 0;
     std::vector<std::string> paths_;
     std::vector<FileNodeRef> seeds_;
     bool playing_ = false;
