@@ -2,7 +2,7 @@
 # manual pages and shell completions. Make it from a release build:
 #
 #   cmake --preset release
-#   cmake --build --preset release      # or only: --target brimvale brimvale-cli brimvale_package_files
+#   cmake --build --preset release      # or --target brimvale brimvale-cli brimvale_package_files
 #   (cd build/release && cpack -G DEB)  # build/release/brimvale_VERSION_amd64.deb
 #
 # scripts/test-package does the same, then checks the package by installing it.
@@ -22,8 +22,9 @@ set(CMAKE_SKIP_INSTALL_ALL_DEPENDENCY ON)
 set(CMAKE_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ
     GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
 
-set(BRIMVALE_PACKAGE_MAINTAINER "Brimvale maintainers <maintainers@users.noreply.c-seed-9f7ce5b4.example>"
-    CACHE STRING "The Maintainer field of the Debian package and its changelog")
+set(BRIMVALE_PACKAGE_MAINTAINER
+    "Brimvale maintainers <maintainers@users.noreply.c-seed-9f7ce5b4.example>"
+    CACHE STRING "The Maintainer field of the Debian package")
 set(BRIMVALE_APPSTREAM_ID "io.github.brimvale.Brimvale")
 
 set(packaging_source "${CMAKE_CURRENT_LIST_DIR}")
@@ -45,7 +46,11 @@ if(NOT changelog_signature MATCHES ", ([0-9][0-9]?) ([A-Z][a-z][a-z]) ([0-9][0-9
 endif()
 set(release_year "${CMAKE_MATCH_3}")
 set(release_day "${CMAKE_MATCH_1}")
-list(FIND "Jan;Feb;Mar;Apr;May;Jun;Jul;Aug;Sep;Oct;Nov;Dec" "${CMAKE_MATCH_2}" release_month)
+set(month_names Jan Feb Mar Apr May Jun Jul Aug Sep Oct Nov Dec)
+list(FIND month_names "${CMAKE_MATCH_2}" release_month)
+if(release_month EQUAL -1)
+    message(FATAL_ERROR "packaging/changelog: the newest entry's date has no month")
+endif()
 math(EXPR release_month "${release_month} + 1" OUTPUT_FORMAT DECIMAL)
 if(release_month LESS 10)
     set(release_month "0${release_month}")
@@ -77,7 +82,8 @@ foreach(program brimvale-cli brimvale)
     add_custom_command(
         OUTPUT "${page}.gz"
         COMMAND ${CMAKE_COMMAND} -E env BRIMVALE_NO_HEAP_TUNING=1
-                "${Python3_EXECUTABLE}" "${packaging_source}/make-manpage.py" "$<TARGET_FILE:${program}>"
+                "${Python3_EXECUTABLE}" "${packaging_source}/make-manpage.py"
+                "$<TARGET_FILE:${program}>"
                 --name ${program} --version ${PROJECT_VERSION} --output "${page}" ${options}
         COMMAND "${BRIMVALE_GZIP}" -9nf "${page}"
         DEPENDS ${program} "${packaging_source}/make-manpage.py"
@@ -106,7 +112,8 @@ else()
     # the package files does.
     add_custom_command(
         OUTPUT "${packaging_build}/icons/missing-rsvg-convert"
-        COMMAND ${CMAKE_COMMAND} -E echo "rsvg-convert (Debian package librsvg2-bin) is needed for the icons: run scripts/bootstrap, then configure again"
+        COMMAND ${CMAKE_COMMAND} -E echo "rsvg-convert (Debian package librsvg2-bin) draws the"
+                "icons: run scripts/bootstrap, then configure again"
         COMMAND ${CMAKE_COMMAND} -E false
         VERBATIM)
     list(APPEND package_files "${packaging_build}/icons/missing-rsvg-convert")
@@ -130,7 +137,8 @@ endif()
 # package depends on Debian's, /usr/bin/rclone, which is beside /usr/bin/brimvale, where the
 # application looks right after its bundled copies (core/rclone/RclonePathResolver).
 include(GNUInstallDirs)
-install(FILES "${packaging_source}/brimvale.desktop" DESTINATION "${CMAKE_INSTALL_DATADIR}/applications")
+install(FILES "${packaging_source}/brimvale.desktop"
+        DESTINATION "${CMAKE_INSTALL_DATADIR}/applications")
 install(FILES "${packaging_build}/${BRIMVALE_APPSTREAM_ID}.metainfo.xml"
         DESTINATION "${CMAKE_INSTALL_DATADIR}/metainfo")
 install(FILES "${icon_svg}" DESTINATION "${CMAKE_INSTALL_DATADIR}/icons/hicolor/scalable/apps")
@@ -144,7 +152,8 @@ install(FILES "${packaging_source}/completions/brimvale-cli.bash"
         DESTINATION "${CMAKE_INSTALL_DATADIR}/bash-completion/completions" RENAME brimvale-cli)
 install(FILES "${packaging_source}/completions/brimvale.bash"
         DESTINATION "${CMAKE_INSTALL_DATADIR}/bash-completion/completions" RENAME brimvale)
-install(FILES "${packaging_source}/completions/_brimvale-cli" "${packaging_source}/completions/_brimvale"
+install(FILES "${packaging_source}/completions/_brimvale-cli"
+              "${packaging_source}/completions/_brimvale"
         DESTINATION "${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions")
 install(FILES "${packaging_source}/copyright" "${packaging_build}/changelog.gz"
         DESTINATION "${CMAKE_INSTALL_DATADIR}/doc/brimvale")

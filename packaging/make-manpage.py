@@ -100,6 +100,7 @@ def parse_definitions(lines):
         indent = len(line) - len(line.lstrip())
         if entries and column is not None and indent >= column:
             entries[-1][1] += " " + line.strip()
+        # An unindented term ("list     the saved scans") is a word or two, not a sentence.
         elif match and (match.group(1) or len(match.group(2).split()) <= 2):
             entries.append([match.group(2), match.group(3)])
             column = line.index(match.group(3), len(match.group(1)) + len(match.group(2)))
@@ -129,8 +130,12 @@ def parse_help(text, program_name):
     usage = [lines[0][len("Usage: "):].strip()]
     index = 1
     while index < len(lines) and lines[index].startswith(" ") and lines[index].strip():
-        usage[-1:] = [usage[-1] + " " + lines[index].strip()] if usage[-1].endswith("|") \
-            else [usage[-1], lines[index].strip()]
+        # An indented line goes on a form that ends in "|", else it is a form of its own.
+        continuation = lines[index].strip()
+        if usage[-1].endswith("|"):
+            usage[-1] += " " + continuation
+        else:
+            usage.append(continuation)
         index += 1
     blocks = split_blocks(lines[index:])
     if not blocks:
@@ -247,9 +252,12 @@ def main():
             page.block(block)
 
     if arguments.see_also:
-        page.lines += [".SH SEE ALSO", ", ".join(
-            re.sub(r"^(.*)\((\d)\)$", lambda m: f"\\fB{literal(m.group(1), page.literals)}\\fR({m.group(2)})", entry)
-            for entry in arguments.see_also)]
+        def reference(entry):
+            match = re.fullmatch(r"(.*)\((\d)\)", entry)
+            if not match:
+                return escape(entry)
+            return f"\\fB{literal(match.group(1), page.literals)}\\fR({match.group(2)})"
+        page.lines += [".SH SEE ALSO", ", ".join(reference(entry) for entry in arguments.see_also)]
 
     with open(arguments.output, "w", encoding="ascii") as output:
         output.write("\n".join(page.lines) + "\n")
