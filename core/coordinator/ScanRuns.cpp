@@ -384,10 +384,11 @@ void ScannerViewModel::stopLoad(const std::string& remoteID, bool keepPartialTre
     invalidateLoadGeneration(remoteID);
     if (keepPartialTree) {
         FileNodeRef live;
+        const State pane = paneState(remoteID);
         if (const auto root = liveScanRootByRemote_.find(remoteID);
             root != liveScanRootByRemote_.end()) {
             live = root->second;
-        } else if (const auto* scanning = paneState(remoteID).as<State::Scanning>()) {
+        } else if (const auto* scanning = pane.as<State::Scanning>()) {
             live = scanning->liveRoot;
         }
         const auto stem = lastScanCacheStemByRemoteID_.find(remoteID);
