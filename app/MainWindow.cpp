@@ -3,6 +3,7 @@
 #include "app/bridge/ViewModelSignals.h"
 #include "app/browser/ColumnBrowser.h"
 #include "app/onboarding/AddAccountSheet.h"
+#include "app/onboarding/NativeCredentialForm.h"
 #include "app/sheets/LocalVolumeSheet.h"
 #include "app/sidebar/AccountSidebar.h"
 #include "app/support/AppSettingsKeys.h"
@@ -30,6 +31,9 @@
 #include <QSplitter>
 #include <QStackedWidget>
 #include <QToolBar>
+
+#include <type_traits>
+#include <variant>
 
 namespace brimvale {
 namespace {
@@ -123,8 +127,21 @@ MainWindow::MainWindow(ScannerViewModel& viewModel, Options options, QWidget* pa
 
     connect(error_, &ErrorView::openSignInPageRequested, this,
             [](const QUrl& url) { ExternalOpen::openInDesktop(url); });
+    connect(error_, &ErrorView::reconnectRequested, this,
+            [this] { viewModel_.beginReconnect(viewModel_.activeProvider()); });
     connect(needsSetup_, &NeedsSetupView::openSignInPageRequested, this,
             [](const QUrl& url) { ExternalOpen::openInDesktop(url); });
+    connect(needsSetup_, &NeedsSetupView::signInRequested, this,
+            [this] { viewModel_.beginGuidedConnect(needsSetup_->provider()); });
+    connect(needsSetup_, &NeedsSetupView::openFullWebConfigRequested, this,
+            [this] { viewModel_.openFullWebConfigOnly(needsSetup_->provider()); });
+    connect(needsSetup_, &NeedsSetupView::finishSetupRequested, this,
+            [this] { viewModel_.finishSetup(needsSetup_->provider()); });
+    connect(needsSetup_, &NeedsSetupView::cancelSignInRequested, this,
+            [this] { viewModel_.cancelSetup(needsSetup_->provider()); });
+    connect(needsSetup_, &NeedsSetupView::formSubmitted, this, &MainWindow::submitSetupForm);
+    connect(sidebar_, &AccountSidebar::addAnotherRequested, this,
+            [this](const ProviderRef& provider) { viewModel_.beginAddAnotherAccount(provider); });
 
     showState();
 }
@@ -148,7 +165,7 @@ void MainWindow::buildActions() {
     addAccountAction_ = new QAction(Symbols::icon("plus"), tr("Add account…"), this);
     addAccountAction_->setToolTip(tr("Add a cloud account"));
     addAccountAction_->setShortcut(QKeySequence::New);
-    connect(addAccountAction_, &QAction::triggered, this, &MainWindow::openAddAccountSheet);
+    connect(addAccountAction_, &QAction::triggered, this, [this] { viewModel_.beginAddAccount(); });
 
     chooseFolderAction_ =
         new QAction(Symbols::icon("folder.badge.plus"), tr("Choose disk or folder…"), this);
@@ -442,7 +459,106 @@ void MainWindow::showRemovalError() {
     box->open();
 }
 
-void MainWindow::updateOnboarding() {}
+void MainWindow::updateOnboarding() {
+    // A sign-in page to open: the browser gets it once.
+    if (const auto& url = viewModel_.oauthBrowserURL()) {
+        ExternalOpen::openInDesktop(QUrl(qtText(*url)));
+        viewModel_.acknowledgeOAuthBrowserOpened();
+    }
+    const QUrl mainSignIn(qtText(viewModel_.mainFlowSignInURL().value_or("")));
+    needsSetup_->setSignInState(viewModel_.isGuidedConnectRunning(), mainSignIn);
+    error_->setReconnectState(viewModel_.isGuidedConnectRunning(), mainSignIn);
+    if (viewModel_.isPresentingAddAccount() && !addAccountSheet_) {
+        openAddAccountSheet();
+    } else if (!viewModel_.isPresentingAddAccount() && addAccountSheet_) {
+        addAccountSheet_->dismissWithoutReport();
+    }
+    if (NativeCredentialForm* form = needsSetup_->form()) {
+        form->setBusy(viewModel_.addAccountGuidedRunning());
+        if (const auto& error = viewModel_.addAccountError();
+            error && !viewModel_.isPresentingAddAccount()) {
+            form->showSubmitError(qtText(*error));
+        }
+    }
+    syncWebConfigSheet();
+}
+
+void MainWindow::submitSetupForm() {
+    NativeCredentialForm* form = needsSetup_->form();
+    ProviderRef provider = needsSetup_->provider();
+    if (form == nullptr || !provider) {
+        return;
+    }
+    const std::string name = provider->remoteID();
+    auto finished = [this, provider](bool succeeded) {
+        if (succeeded) {
+            viewModel_.finishSetup(provider);
+        }
+    };
+    std::visit(
+        [&](const auto& fields) {
+            using Fields = std::decay_t<decltype(fields)>;
+            if constexpr (std::is_same_v<Fields, S3AwsCredentialFields>) {
+                viewModel_.applyS3AwsNativeCredentials(name, fields, finished);
+            } else if constexpr (std::is_same_v<Fields, CloudflareR2CredentialFields>) {
+                viewModel_.applyS3CloudflareR2NativeCredentials(name, fields, finished);
+            } else if constexpr (std::is_same_v<Fields, GCSCredentialFields>) {
+                viewModel_.applyGCSNativeCredentials(name, fields, finished);
+            } else if constexpr (std::is_same_v<Fields, AzureBlobCredentialFields>) {
+                viewModel_.applyAzureBlobNativeCredentials(name, fields, finished);
+            } else if constexpr (std::is_same_v<Fields, FTPCredentialFields>) {
+                viewModel_.applyFTPNativeCredentials(name, fields, finished);
+            } else {
+                viewModel_.applySFTPNativeCredentials(name, fields, finished);
+            }
+        },
+        form->fields());
+}
+
+void MainWindow::syncWebConfigSheet() {
+    const auto& url = viewModel_.webConfigURL();
+    const bool wanted = viewModel_.showWebConfigSheet() && url.has_value();
+    if (!wanted) {
+        openedWebConfigURL_.clear();
+        if (webConfigSheet_) {
+            webConfigSheet_->blockSignals(true);
+            webConfigSheet_->close();
+        }
+        return;
+    }
+    // No embedded web view in this build: the helper's page opens in the default browser,
+    // and a small sheet stands for it, so closing the sheet stops the helper.
+    if (*url != openedWebConfigURL_) {
+        openedWebConfigURL_ = *url;
+        ExternalOpen::openInDesktop(QUrl(qtText(*url)));
+    }
+    if (webConfigSheet_) {
+        return;
+    }
+    auto* box = new QMessageBox(QMessageBox::Information, tr("Configuration website"),
+                                tr("rclone's configuration website is open in your browser."),
+                                QMessageBox::NoButton, this);
+    box->setInformativeText(tr("Finish the account there, then close this window. The website "
+                               "stops when this window closes."));
+    QPushButton* again = box->addButton(tr("Open in Browser Again"), QMessageBox::ActionRole);
+    box->addButton(QMessageBox::Close);
+    box->setAttribute(Qt::WA_DeleteOnClose);
+    // The action button must not close the box.
+    disconnect(again, &QAbstractButton::clicked, box, nullptr);
+    connect(again, &QPushButton::clicked, this, [this] {
+        if (const auto& current = viewModel_.webConfigURL()) {
+            ExternalOpen::openInDesktop(QUrl(qtText(*current)));
+        }
+    });
+    connect(box, &QMessageBox::finished, this, [this, box] {
+        if (webConfigSheet_ == box) {
+            webConfigSheet_.clear();
+            viewModel_.dismissWebConfigSheet();
+        }
+    });
+    webConfigSheet_ = box;
+    box->open();
+}
 
 void MainWindow::openAddAccountSheet() {
     if (addAccountSheet_) {
@@ -458,7 +574,5 @@ void MainWindow::openAddAccountSheet() {
     });
     addAccountSheet_->open();
 }
-
-void MainWindow::openWebConfiguration(const ProviderRef& /*provider*/) {}
 
 } // namespace brimvale

@@ -84,7 +84,8 @@ private:
     void showRemovalError();
     void openAddAccountSheet();
     bool activeIsLocal() const;
-    void openWebConfiguration(const ProviderRef& provider);
+    void syncWebConfigSheet();
+    void submitSetupForm();
 
     ScannerViewModel& viewModel_;
     Options options_;
@@ -110,6 +111,8 @@ private:
     ScannerState::Case lastCase_ = ScannerState::Case::idle;
     std::string lastActiveID_;
     bool removalErrorShown_ = false;
+    QPointer<QDialog> webConfigSheet_;
+    std::string openedWebConfigURL_;
 };
 
 } // namespace brimvale

@@ -12,9 +12,13 @@
 #include <QLabel>
 #include <QLineEdit>
 #include <QListWidget>
+#include <QPointer>
 #include <QPushButton>
 #include <QStackedWidget>
 #include <QVBoxLayout>
+
+#include <type_traits>
+#include <variant>
 
 namespace brimvale {
 namespace {
@@ -106,6 +110,10 @@ AddAccountSheet::AddAccountSheet(ScannerViewModel& viewModel, ViewModelSignals& 
     openSignInAgain_->setAccessibleName(tr("Open sign-in page again"));
     openSignInAgain_->hide();
     guidedLayout->addWidget(openSignInAgain_, 0, Qt::AlignLeft);
+    cancelSignIn_ = new QPushButton(tr("Cancel sign-in"), guided_);
+    cancelSignIn_->setAccessibleName(tr("Cancel sign-in"));
+    cancelSignIn_->hide();
+    guidedLayout->addWidget(cancelSignIn_, 0, Qt::AlignLeft);
     setupLayout->addWidget(guided_);
     status_ = new QLabel(setupPage_);
     status_->setWordWrap(true);
@@ -127,9 +135,14 @@ AddAccountSheet::AddAccountSheet(ScannerViewModel& viewModel, ViewModelSignals& 
     advanced_->setFlat(true);
     auto* setupCancel = new QPushButton(tr("Cancel"), setupPage_);
     setupCancel->setAccessibleName(tr("Cancel"));
+    finishedInBrowser_ = new QPushButton(tr("Done — add account"), setupPage_);
+    finishedInBrowser_->setAccessibleName(finishedInBrowser_->text());
+    finishedInBrowser_->setToolTip(tr("The account was made on the configuration website"));
+    finishedInBrowser_->hide();
     setupButtons->addWidget(back);
     setupButtons->addWidget(advanced_);
     setupButtons->addStretch(1);
+    setupButtons->addWidget(finishedInBrowser_);
     setupButtons->addWidget(setupCancel);
     setupLayout->addLayout(setupButtons);
     pages_->addWidget(setupPage_);
@@ -159,9 +172,21 @@ AddAccountSheet::AddAccountSheet(ScannerViewModel& viewModel, ViewModelSignals& 
     connect(setupCancel, &QPushButton::clicked, this, &QDialog::reject);
     connect(back, &QPushButton::clicked, this, &AddAccountSheet::showServices);
     connect(signIn_, &QPushButton::clicked, this, &AddAccountSheet::startSignIn);
+    connect(openSignInAgain_, &QPushButton::clicked, this, [this] {
+        if (const auto& url = viewModel_.addAccountSignInURL()) {
+            ExternalOpen::openInDesktop(QUrl(qtText(*url)));
+        }
+    });
+    connect(cancelSignIn_, &QPushButton::clicked, this, &QDialog::reject);
+    connect(advanced_, &QPushButton::clicked, this,
+            [this] { viewModel_.openAddAccountAdvancedWebUI(); });
+    connect(finishedInBrowser_, &QPushButton::clicked, this,
+            [this] { viewModel_.completeAddAccount(); });
+    connect(remoteName_, &QLineEdit::textChanged, this, &AddAccountSheet::updateNameProblem);
     connect(&bridge, &ViewModelSignals::onboardingChanged, this,
             &AddAccountSheet::refreshFromViewModel);
     search_->setFocus();
+    refreshFromViewModel();
 }
 
 AddAccountSheet::~AddAccountSheet() = default;
@@ -193,12 +218,12 @@ void AddAccountSheet::chooseService(const CloudServiceDefinition& definition) {
     error_->clear();
     status_->clear();
     setupTitle_->setText(tr("Add %1").arg(qtText(definition.displayName)));
-    RemoteNameSet taken(viewModel_.configuredRemoteNames().begin(),
-                        viewModel_.configuredRemoteNames().end());
-    remoteName_->setText(qtText(CloudServiceCatalog::suggestedUnusedRemoteName(definition, taken)));
+    // The coordinator proposes the name and says which form the service uses.
+    viewModel_.addAccountPickService(definition);
+    remoteName_->setText(qtText(viewModel_.addAccountPendingRemoteName().value_or("")));
     delete form_;
     form_ = nullptr;
-    const auto kind = CloudServiceCatalog::nativeOnboardingKind(definition);
+    const auto kind = viewModel_.addAccountPendingNativeKind();
     if (kind) {
         form_ = new NativeCredentialForm(*kind, NativeCredentialFormPresentation::addAccountSheet,
                                          formHolder_);
@@ -209,15 +234,108 @@ void AddAccountSheet::chooseService(const CloudServiceDefinition& definition) {
     guided_->setVisible(!kind.has_value());
     pages_->setCurrentIndex(1);
     remoteName_->setFocus();
+    refreshFromViewModel();
 }
 
-void AddAccountSheet::refreshFromViewModel() {}
+void AddAccountSheet::updateNameProblem() {
+    const auto problem = viewModel_.remoteNameProblem(remoteName_->text().trimmed().toStdString());
+    const bool running = viewModel_.addAccountGuidedRunning();
+    signIn_->setEnabled(!problem && !running);
+    if (form_ != nullptr) {
+        form_->setBusy(problem.has_value() || running);
+    }
+    if (problem) {
+        error_->setText(qtText(*problem));
+    } else if (const auto& error = viewModel_.addAccountError()) {
+        error_->setText(qtText(*error));
+    } else {
+        error_->clear();
+    }
+}
 
-void AddAccountSheet::submitForm() {}
+void AddAccountSheet::refreshFromViewModel() {
+    const bool running = viewModel_.addAccountGuidedRunning();
+    const auto& signInURL = viewModel_.addAccountSignInURL();
+    const auto& webURL = viewModel_.addAccountWebURL();
+    if (form_ == nullptr) {
+        status_->setText(running ? (signInURL ? tr("Waiting for you to finish signing in in the "
+                                                   "browser…")
+                                              : tr("Starting sign-in… your browser should open "
+                                                   "when the link is ready."))
+                                 : QString());
+    } else {
+        status_->setText(running ? tr("Saving…") : QString());
+    }
+    openSignInAgain_->setVisible(running && signInURL.has_value());
+    cancelSignIn_->setVisible(running && form_ == nullptr);
+    remoteName_->setEnabled(!running);
+    if (webURL && *webURL != openedWebURL_) {
+        openedWebURL_ = *webURL;
+        ExternalOpen::openInDesktop(QUrl(qtText(*webURL)));
+        status_->setText(tr("The configuration website is open in your browser. Make the "
+                            "account there, then click Done."));
+    }
+    finishedInBrowser_->setVisible(webURL.has_value());
+    if (form_ != nullptr) {
+        if (const auto& error = viewModel_.addAccountError(); error && !running) {
+            form_->showSubmitError(qtText(*error));
+        }
+    }
+    updateNameProblem();
+}
 
-void AddAccountSheet::startSignIn() {}
+void AddAccountSheet::submitForm() {
+    if (form_ == nullptr) {
+        return;
+    }
+    const std::string name = remoteName_->text().trimmed().toStdString();
+    const auto finished = [this, name, sheet = QPointer<AddAccountSheet>(this)](bool succeeded) {
+        if (succeeded && sheet) {
+            viewModel_.completeNativeAddAccount(name);
+        }
+    };
+    std::visit(
+        [&](const auto& fields) {
+            using Fields = std::decay_t<decltype(fields)>;
+            if constexpr (std::is_same_v<Fields, S3AwsCredentialFields>) {
+                viewModel_.applyS3AwsNativeCredentials(name, fields, finished);
+            } else if constexpr (std::is_same_v<Fields, CloudflareR2CredentialFields>) {
+                viewModel_.applyS3CloudflareR2NativeCredentials(name, fields, finished);
+            } else if constexpr (std::is_same_v<Fields, GCSCredentialFields>) {
+                viewModel_.applyGCSNativeCredentials(name, fields, finished);
+            } else if constexpr (std::is_same_v<Fields, AzureBlobCredentialFields>) {
+                viewModel_.applyAzureBlobNativeCredentials(name, fields, finished);
+            } else if constexpr (std::is_same_v<Fields, FTPCredentialFields>) {
+                viewModel_.applyFTPNativeCredentials(name, fields, finished);
+            } else {
+                viewModel_.applySFTPNativeCredentials(name, fields, finished);
+            }
+        },
+        form_->fields());
+}
+
+void AddAccountSheet::startSignIn() {
+    if (!chosen_) {
+        return;
+    }
+    viewModel_.runAddAccountGuidedFlow(remoteName_->text().trimmed().toStdString(),
+                                       chosen_->rcloneType);
+}
+
+void AddAccountSheet::dismissWithoutReport() {
+    if (reported_) {
+        return; // closing already
+    }
+    reported_ = true;
+    QDialog::done(Rejected);
+}
 
 void AddAccountSheet::done(int result) {
+    if (!reported_) {
+        reported_ = true;
+        // Closing the sheet ends the flow: a half-made sign-in is removed, the helper stops.
+        viewModel_.cancelAddAccount();
+    }
     QDialog::done(result);
 }
 

@@ -5,6 +5,7 @@
 #include <QDialog>
 
 #include <optional>
+#include <string>
 
 class QLabel;
 class QLineEdit;
@@ -20,7 +21,10 @@ class ViewModelSignals;
 
 // The sheet that adds an account: the services of the catalog as a searchable list with icons;
 // choosing one proposes an unused remote name and shows its credential form, or the browser
-// sign-in for the services that use one, with a way to cancel. Window-modal.
+// sign-in for the services that use one, with a way to cancel; the configuration website is
+// the advanced way. The coordinator drives it (isPresentingAddAccount opens and closes it, its
+// pending service, sign-in and error fields fill it); every button is one of its operations.
+// Window-modal.
 class AddAccountSheet final : public QDialog {
     Q_OBJECT
 public:
@@ -42,6 +46,11 @@ public:
     void filterServices(const QString& text);
     // Opens the set-up page of a service, proposing its remote name.
     void chooseService(const CloudServiceDefinition& definition);
+    // Closes the sheet without telling the coordinator (it closed the flow itself).
+    void dismissWithoutReport();
+    QPushButton* openSignInAgainButton() const { return openSignInAgain_; }
+    QPushButton* advancedButton() const { return advanced_; }
+    QPushButton* finishedInBrowserButton() const { return finishedInBrowser_; }
 
 protected:
     void done(int result) override;
@@ -51,6 +60,7 @@ private:
     void refreshFromViewModel();
     void submitForm();
     void startSignIn();
+    void updateNameProblem();
 
     ScannerViewModel& viewModel_;
     QStackedWidget* pages_;
@@ -65,6 +75,10 @@ private:
     QPushButton* signIn_;
     QPushButton* openSignInAgain_;
     QPushButton* advanced_;
+    QPushButton* finishedInBrowser_;
+    QPushButton* cancelSignIn_;
+    bool reported_ = false;
+    std::string openedWebURL_;
     QLabel* status_;
     QLabel* error_;
     std::optional<CloudServiceDefinition> chosen_;

@@ -218,10 +218,11 @@ void LocalVolumeSheet::finish(std::optional<std::string> scanPath) {
 }
 
 void LocalVolumeSheet::dismissWithoutReport() {
-    reported_ = true;
-    if (isVisible()) {
-        QDialog::done(Rejected);
+    if (reported_) {
+        return; // closing already, after its report
     }
+    reported_ = true;
+    QDialog::done(Rejected);
 }
 
 void LocalVolumeSheet::done(int result) {

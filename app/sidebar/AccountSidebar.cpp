@@ -159,6 +159,10 @@ QStringList AccountSidebar::contextActionsFor(const ProviderRef& provider) const
     if (accountWebURL(provider)) {
         actions << tr("Reveal in Browser");
     }
+    if (viewModel_.canAddAnotherAccount(*provider) &&
+        viewModel_.configuredRemoteNames().contains(provider->remoteID())) {
+        actions << tr("Add Another Account…");
+    }
     if (viewModel_.canRemoveAccount(*provider)) {
         actions << tr("Remove Account…");
     }
@@ -182,6 +186,10 @@ void AccountSidebar::showContextMenu(const QPoint& position) {
             item->setIcon(Symbols::icon("globe"));
             connect(item, &QAction::triggered, this,
                     [this, provider] { emit revealInBrowserRequested(provider); });
+        } else if (action == tr("Add Another Account…")) {
+            item->setIcon(Symbols::icon("plus"));
+            connect(item, &QAction::triggered, this,
+                    [this, provider] { emit addAnotherRequested(provider); });
         } else {
             menu.addSeparator();
             menu.removeAction(item);

@@ -35,7 +35,7 @@ public:
     // first local row.
     ProviderRef localProvider() const;
     // The actions the context menu offers for a row, in order (for tests): "Rescan",
-    // "Reveal in Browser", "Remove Account…", as applicable.
+    // "Reveal in Browser", "Add Another Account…", "Remove Account…", as applicable.
     QStringList contextActionsFor(const ProviderRef& provider) const;
     // The account's page in its provider's web interface, when it has one.
     std::optional<std::string> accountWebURL(const ProviderRef& provider) const;
@@ -48,6 +48,7 @@ signals:
     void rescanRequested(const brimvale::ProviderRef& provider);
     void revealInBrowserRequested(const brimvale::ProviderRef& provider);
     void removeRequested(const brimvale::ProviderRef& provider);
+    void addAnotherRequested(const brimvale::ProviderRef& provider);
 
 private:
     void reload();

@@ -36,11 +36,16 @@ NeedsSetupView::NeedsSetupView(QWidget* parent)
         buttons->addWidget(button, 0, Qt::AlignHCenter);
     }
     body()->addWidget(browserButtons_, 0, Qt::AlignHCenter);
+    cancelSignIn_ = new QPushButton(tr("Cancel sign-in"), this);
+    cancelSignIn_->setAccessibleName(cancelSignIn_->text());
+    cancelSignIn_->setFlat(true);
+    body()->addWidget(cancelSignIn_, 0, Qt::AlignHCenter);
     connect(openSignInAgain_, &QPushButton::clicked, this,
             [this] { emit openSignInPageRequested(signInURL_); });
     connect(openWebConfig_, &QPushButton::clicked, this,
             &NeedsSetupView::openFullWebConfigRequested);
     connect(done_, &QPushButton::clicked, this, &NeedsSetupView::finishSetupRequested);
+    connect(cancelSignIn_, &QPushButton::clicked, this, &NeedsSetupView::cancelSignInRequested);
 
     advancedWebConfig_ = new QPushButton(tr("Open full configuration website (advanced)…"), this);
     advancedWebConfig_->setAccessibleName(advancedWebConfig_->text());
@@ -96,11 +101,13 @@ void NeedsSetupView::showAccount(const std::shared_ptr<CloudStorageProvider>& pr
             form_ =
                 new NativeCredentialForm(*kind, NativeCredentialFormPresentation::needsSetup, this);
             form_->setMinimumWidth(420);
+            connect(form_, &NativeCredentialForm::submitted, this, &NeedsSetupView::formSubmitted);
             body()->insertWidget(0, form_, 0, Qt::AlignHCenter);
         }
         signIn_->hide();
         progress_->hide();
         browserButtons_->hide();
+        cancelSignIn_->hide();
         advancedWebConfig_->show();
     } else {
         setSymbol("cloud.slash.fill", palette().color(QPalette::PlaceholderText));
@@ -120,6 +127,7 @@ void NeedsSetupView::setSignInState(bool running, const QUrl& signInURL) {
         return;
     }
     signIn_->setEnabled(!running);
+    cancelSignIn_->setVisible(running);
     progress_->setVisible(running);
     browserButtons_->setVisible(running && !signInURL.isEmpty());
     if (running) {

@@ -39,6 +39,7 @@ public:
     QPushButton* openWebConfigButton() const { return openWebConfig_; }
     QPushButton* doneButton() const { return done_; }
     QPushButton* advancedWebConfigButton() const { return advancedWebConfig_; }
+    QPushButton* cancelSignInButton() const { return cancelSignIn_; }
     QLabel* progressLabel() const { return progress_; }
     NativeCredentialForm* form() const { return form_; }
 
@@ -47,6 +48,9 @@ signals:
     void openSignInPageRequested(const QUrl& url);
     void openFullWebConfigRequested();
     void finishSetupRequested();
+    void cancelSignInRequested();
+    // The form was submitted (its fields are the form's).
+    void formSubmitted();
 
 private:
     std::shared_ptr<CloudStorageProvider> provider_;
@@ -56,6 +60,7 @@ private:
     QPushButton* openWebConfig_;
     QPushButton* done_;
     QPushButton* advancedWebConfig_;
+    QPushButton* cancelSignIn_;
     QWidget* browserButtons_;
     NativeCredentialForm* form_ = nullptr;
     QUrl signInURL_;
