@@ -28,9 +28,7 @@ QLabel* captionLabel(const QString& text, QWidget* parent) {
     QFont font = label->font();
     font.setPointSizeF(std::max(7.0, font.pointSizeF() - 1.0));
     label->setFont(font);
-    QPalette palette = label->palette();
-    palette.setColor(QPalette::WindowText, palette.color(QPalette::PlaceholderText));
-    label->setPalette(palette);
+    label->setForegroundRole(QPalette::PlaceholderText);
     return label;
 }
 

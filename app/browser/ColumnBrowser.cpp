@@ -67,23 +67,19 @@ ColumnBrowser::ColumnBrowser(ScannerViewModel& viewModel, QWidget* parent)
     connect(horizontal, &QScrollBar::actionTriggered, this, [this] { keepEndInView_ = false; });
     layout->addWidget(scrollArea_, 1);
 
-    auto* divider = new QFrame(this);
-    divider->setFrameShape(QFrame::VLine);
-    divider->setFrameShadow(QFrame::Plain);
-    divider->setFixedWidth(1);
-    divider->setForegroundRole(QPalette::Mid);
-    layout->addWidget(divider);
+    previewDivider_ = new QFrame(this);
+    previewDivider_->setFrameShape(QFrame::VLine);
+    previewDivider_->setFrameShadow(QFrame::Plain);
+    previewDivider_->setFixedWidth(1);
+    previewDivider_->setForegroundRole(QPalette::Mid);
+    layout->addWidget(previewDivider_);
     preview_ = new PreviewPanel(ColumnBrowserState::previewPanelWidth, this);
     layout->addWidget(preview_);
     connect(preview_, &PreviewPanel::dismissRequested, this,
             [this] { setPreviewPaneVisible(false); });
-    // The divider goes with the panel.
-    connect(this, &ColumnBrowser::previewPaneVisibilityChanged, divider,
-            [this, divider] { divider->setVisible(previewPanelShown()); });
 
     nameChip_ = new HoverNameChip(this);
     updatePreview();
-    divider->setVisible(previewPanelShown());
 }
 
 ColumnBrowser::~ColumnBrowser() = default;
@@ -293,6 +289,7 @@ void ColumnBrowser::updatePreview() {
         preview_->setNode(deepest);
     }
     preview_->setVisible(shown);
+    previewDivider_->setVisible(shown);
 }
 
 void ColumnBrowser::selectNode(int depth, const FileNodeRef& node) {

@@ -8,6 +8,7 @@
 #include <memory>
 #include <vector>
 
+class QFrame;
 class QHBoxLayout;
 class QKeyEvent;
 class QScrollArea;
@@ -93,6 +94,7 @@ private:
     QScrollArea* scrollArea_;
     QWidget* strip_;
     QHBoxLayout* stripLayout_;
+    QFrame* previewDivider_;
     PreviewPanel* preview_;
     HoverNameChip* nameChip_;
     std::unique_ptr<SelectionDebouncer> debouncer_;

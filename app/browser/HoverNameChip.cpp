@@ -1,5 +1,7 @@
 #include "app/browser/HoverNameChip.h"
 
+#include "app/support/BadgeBackground.h"
+
 #include <QPalette>
 
 namespace brimvale {
@@ -16,9 +18,7 @@ HoverNameChip::HoverNameChip(QWidget* parent)
     setMargin(0);
     setContentsMargins(8, 3, 8, 3);
     setAutoFillBackground(false);
-    setStyleSheet(
-        QStringLiteral("QLabel { background: palette(tool-tip-base); color: palette(tool-tip-text);"
-                       " border: 1px solid palette(mid); border-radius: 6px; }"));
+    setForegroundRole(QPalette::ToolTipText);
     hide();
     delay_.setSingleShot(true);
     delay_.setInterval(kDelayMilliseconds);
@@ -43,6 +43,11 @@ void HoverNameChip::showFor(const QString& name, const QRect& rowFrame, int name
 void HoverNameChip::dismiss() {
     delay_.stop();
     hide();
+}
+
+void HoverNameChip::paintEvent(QPaintEvent* event) {
+    paintBadgeBackground(*this, QPalette::ToolTipBase);
+    QLabel::paintEvent(event);
 }
 
 void HoverNameChip::place() {

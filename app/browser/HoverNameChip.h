@@ -18,6 +18,9 @@ public:
     void showFor(const QString& name, const QRect& rowFrame, int nameLeft);
     void dismiss();
 
+protected:
+    void paintEvent(QPaintEvent* event) override;
+
 private:
     void place();
 

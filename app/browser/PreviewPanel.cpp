@@ -1,6 +1,7 @@
 #include "app/browser/PreviewPanel.h"
 
 #include "app/support/DateTexts.h"
+#include "app/support/SymbolLabel.h"
 #include "app/support/Symbols.h"
 #include "app/support/WidgetText.h"
 
@@ -21,9 +22,7 @@ constexpr int kMainIconSize = 40;
 
 QLabel* secondaryLabel(const QString& text, QWidget* parent) {
     auto* label = new QLabel(text, parent);
-    QPalette palette = label->palette();
-    palette.setColor(QPalette::WindowText, palette.color(QPalette::PlaceholderText));
-    label->setPalette(palette);
+    label->setForegroundRole(QPalette::PlaceholderText);
     return label;
 }
 
@@ -69,9 +68,8 @@ PreviewPanel::PreviewPanel(int width, QWidget* parent)
     contentLayout->setContentsMargins(0, 0, 0, 0);
     contentLayout->setSpacing(12);
 
-    icon_ = new QLabel(content_);
-    icon_->setAlignment(Qt::AlignHCenter);
-    contentLayout->addWidget(icon_);
+    icon_ = new SymbolLabel(kMainIconSize, content_);
+    contentLayout->addWidget(icon_, 0, Qt::AlignHCenter);
     name_ = new QLabel(content_);
     name_->setAlignment(Qt::AlignHCenter);
     name_->setWordWrap(true);
@@ -158,11 +156,8 @@ void PreviewPanel::setNode(FileNodeRef node) {
         return;
     }
     const bool isDirectory = node_->isDirectory();
-    const QColor accent = palette().color(QPalette::Active, QPalette::Highlight);
-    const QIcon icon = isDirectory
-                           ? Symbols::icon("folder.fill", accent.lighter(115))
-                           : Symbols::icon("doc.fill", palette().color(QPalette::PlaceholderText));
-    icon_->setPixmap(icon.pixmap(QSize(kMainIconSize, kMainIconSize), devicePixelRatioF()));
+    icon_->setSymbol(isDirectory ? Symbols::icon("folder.fill", QPalette::Highlight)
+                                 : Symbols::icon("doc.fill", QPalette::PlaceholderText));
     name_->setText(qtText(node_->name()));
 
     infoRows_ = infoRowsFor(*node_);

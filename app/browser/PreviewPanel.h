@@ -55,7 +55,7 @@ private:
     std::vector<InfoRow> infoRows_;
     std::vector<std::pair<QString, QString>> largest_;
     QToolButton* closeButton_;
-    QLabel* icon_;
+    class SymbolLabel* icon_;
     QLabel* name_;
     QWidget* content_;
     QGridLayout* infoGrid_;

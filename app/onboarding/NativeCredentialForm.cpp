@@ -323,6 +323,7 @@ void NativeCredentialForm::showSubmitError(const QString& message) {
     QPalette palette = message_->palette();
     palette.setColor(QPalette::WindowText, QColor(0xD0, 0x3A, 0x2F));
     message_->setPalette(palette);
+    message_->setForegroundRole(QPalette::WindowText);
 }
 
 void NativeCredentialForm::setBusy(bool busy) {
@@ -340,9 +341,8 @@ void NativeCredentialForm::revalidate() {
         return;
     }
     message_->setText(problem ? qtText(*problem) : QString());
-    QPalette palette = message_->palette();
-    palette.setColor(QPalette::WindowText, palette.color(QPalette::PlaceholderText));
-    message_->setPalette(palette);
+    message_->setPalette(QPalette());
+    message_->setForegroundRole(QPalette::PlaceholderText);
 }
 
 } // namespace brimvale

@@ -43,9 +43,7 @@ QWidget* choiceRow(const LocalVolumePickerOptions::Choice& choice, QWidget* pare
     title->setFont(titleFont);
     titleLine->addWidget(title);
     auto* path = new QLabel(qtText(choice.pathLine), row);
-    QPalette secondary = path->palette();
-    secondary.setColor(QPalette::WindowText, secondary.color(QPalette::PlaceholderText));
-    path->setPalette(secondary);
+    path->setForegroundRole(QPalette::PlaceholderText);
     titleLine->addWidget(path, 1);
     texts->addLayout(titleLine);
     if (choice.totalBytes && *choice.totalBytes > 0) {
@@ -63,7 +61,7 @@ QWidget* choiceRow(const LocalVolumePickerOptions::Choice& choice, QWidget* pare
     }
     if (const auto summary = choice.capacitySummary()) {
         auto* capacity = new QLabel(qtText(*summary), row);
-        capacity->setPalette(secondary);
+        capacity->setForegroundRole(QPalette::PlaceholderText);
         texts->addWidget(capacity);
     }
     layout->addLayout(texts, 1);

@@ -30,9 +30,7 @@ AccountSidebar::AccountSidebar(ScannerViewModel& viewModel, ViewModelSignals& br
     headingFont.setPointSizeF(std::max(7.0, headingFont.pointSizeF() - 1.0));
     headingFont.setWeight(QFont::DemiBold);
     heading->setFont(headingFont);
-    QPalette headingPalette = heading->palette();
-    headingPalette.setColor(QPalette::WindowText, headingPalette.color(QPalette::PlaceholderText));
-    heading->setPalette(headingPalette);
+    heading->setForegroundRole(QPalette::PlaceholderText);
     heading->setContentsMargins(16, 0, 0, 0);
     layout->addWidget(heading);
 

@@ -60,10 +60,12 @@ std::optional<QString> themeName(std::string_view symbol) {
 // Paints a one-colour drawing in the palette colour of the requested mode, or in a fixed one.
 class TintedSymbolEngine final : public QIconEngine {
 public:
-    TintedSymbolEngine(QString resource, std::optional<QColor> color)
+    TintedSymbolEngine(QString resource, std::optional<QColor> color,
+                       std::optional<QPalette::ColorRole> role = std::nullopt)
         : resource_(std::move(resource))
         , base_(resource_)
-        , color_(std::move(color)) {}
+        , color_(std::move(color))
+        , role_(role) {}
 
     void paint(QPainter* painter, const QRect& rect, QIcon::Mode mode,
                QIcon::State state) override {
@@ -92,14 +94,15 @@ public:
         return size;
     }
 
-    QIconEngine* clone() const override { return new TintedSymbolEngine(resource_, color_); }
+    QIconEngine* clone() const override { return new TintedSymbolEngine(resource_, color_, role_); }
     QString key() const override { return QStringLiteral("brimvale.tinted"); }
 
 private:
     QColor tint(QIcon::Mode mode) const {
         const QPalette palette = QGuiApplication::palette();
+        const QColor base = role_ ? palette.color(*role_) : palette.color(QPalette::WindowText);
         if (mode == QIcon::Disabled) {
-            QColor color = color_.value_or(palette.color(QPalette::WindowText));
+            QColor color = color_.value_or(base);
             color.setAlphaF(0.35F);
             return color;
         }
@@ -109,12 +112,13 @@ private:
         if (mode == QIcon::Selected) {
             return palette.color(QPalette::HighlightedText);
         }
-        return palette.color(QPalette::WindowText);
+        return base;
     }
 
     QString resource_;
     QIcon base_;
     std::optional<QColor> color_;
+    std::optional<QPalette::ColorRole> role_;
 };
 
 } // namespace
@@ -138,6 +142,13 @@ QIcon icon(std::string_view symbol, const QColor& color) {
         return {};
     }
     return QIcon(new TintedSymbolEngine(resourcePath(symbol), color));
+}
+
+QIcon icon(std::string_view symbol, QPalette::ColorRole role) {
+    if (!hasBundledSymbol(symbol)) {
+        return {};
+    }
+    return QIcon(new TintedSymbolEngine(resourcePath(symbol), std::nullopt, role));
 }
 
 std::string_view serviceSymbol(std::string_view rcloneType) {

@@ -2,6 +2,7 @@
 
 #include <QColor>
 #include <QIcon>
+#include <QPalette>
 
 #include <string_view>
 
@@ -15,6 +16,9 @@ namespace brimvale::Symbols {
 QIcon icon(std::string_view symbol);
 // The bundled drawing in one fixed colour, whatever the theme and palette.
 QIcon icon(std::string_view symbol, const QColor& color);
+// The bundled drawing in a colour of the palette in force when it is painted (a palette change,
+// light to dark, repaints it right).
+QIcon icon(std::string_view symbol, QPalette::ColorRole role);
 // Whether the application bundles a drawing for `symbol`.
 bool hasBundledSymbol(std::string_view symbol);
 // The symbol of an account's service by rclone backend type: the local disk, object storage,

@@ -1,6 +1,8 @@
 #include "app/views/CacheBadge.h"
 
+#include "app/support/BadgeBackground.h"
 #include "app/support/DateTexts.h"
+#include "app/support/SymbolLabel.h"
 #include "app/support/Symbols.h"
 #include "app/support/WidgetText.h"
 
@@ -29,11 +31,10 @@ CacheBadge::CacheBadge(QWidget* parent)
     auto* layout = new QHBoxLayout(this);
     layout->setContentsMargins(10, 4, 4, 4);
     layout->setSpacing(6);
-    drive_ = new QLabel(this);
+    drive_ = new SymbolLabel(kCaptionSymbol, this);
     layout->addWidget(drive_);
-    clock_ = new QLabel(this);
-    clock_->setPixmap(Symbols::icon("clock", palette().color(QPalette::PlaceholderText))
-                          .pixmap(QSize(kCaptionSymbol, kCaptionSymbol), devicePixelRatioF()));
+    clock_ = new SymbolLabel(kCaptionSymbol, this);
+    clock_->setSymbol(Symbols::icon("clock", QPalette::PlaceholderText));
     layout->addWidget(clock_);
     date_ = new QLabel(this);
     layout->addWidget(date_);
@@ -50,11 +51,17 @@ CacheBadge::CacheBadge(QWidget* parent)
     close_->setAccessibleName(tr("Hide saved-scan badge"));
     connect(close_, &QToolButton::clicked, this, &CacheBadge::dismissRequested);
     layout->addWidget(close_);
-    setStyleSheet(QStringLiteral("#cacheBadge { background: palette(window); border: 1px solid "
-                                 "palette(mid); border-radius: 8px; }"));
     dateTimer_.setInterval(30'000);
     connect(&dateTimer_, &QTimer::timeout, this, &CacheBadge::refreshDate);
     dateTimer_.start();
+}
+
+QLabel* CacheBadge::driveSymbol() const {
+    return drive_;
+}
+
+void CacheBadge::paintEvent(QPaintEvent* /*event*/) {
+    paintBadgeBackground(*this);
 }
 
 bool CacheBadge::accountsForTooLittle(std::int64_t accountedBytes,
@@ -78,10 +85,9 @@ void CacheBadge::setScan(std::optional<Date> savedDate, std::int64_t accountedBy
     drive_->setVisible(occupiedBytes.has_value());
     driveWarning_ = accountsForTooLittle(accountedBytes, occupiedBytes);
     if (occupiedBytes) {
-        const QColor color =
-            driveWarning_ ? QColor(0xF0, 0x8C, 0x00) : palette().color(QPalette::PlaceholderText);
-        drive_->setPixmap(Symbols::icon("externaldrive", color)
-                              .pixmap(QSize(kCaptionSymbol, kCaptionSymbol), devicePixelRatioF()));
+        drive_->setSymbol(driveWarning_
+                              ? Symbols::icon("externaldrive", QColor(0xF0, 0x8C, 0x00))
+                              : Symbols::icon("externaldrive", QPalette::PlaceholderText));
         drive_->setToolTip(coverageText(driveWarning_));
         drive_->setAccessibleName(coverageText(driveWarning_));
     }

@@ -32,7 +32,7 @@ public:
     static QString coverageText(bool tooLittle);
 
     // Parts, for tests and accessibility.
-    QLabel* driveSymbol() const { return drive_; }
+    QLabel* driveSymbol() const;
     bool driveIsWarning() const { return driveWarning_; }
     QLabel* dateLabel() const { return date_; }
     QPushButton* rescanButton() const { return rescan_; }
@@ -44,9 +44,10 @@ signals:
 
 private:
     void refreshDate();
+    void paintEvent(QPaintEvent* event) override;
 
-    QLabel* drive_;
-    QLabel* clock_;
+    class SymbolLabel* drive_;
+    class SymbolLabel* clock_;
     QLabel* date_;
     QPushButton* rescan_;
     QToolButton* close_;

@@ -1,5 +1,7 @@
 #include "app/views/FullDiskAccessBadge.h"
 
+#include "app/support/BadgeBackground.h"
+#include "app/support/SymbolLabel.h"
 #include "app/support/Symbols.h"
 
 #include <QHBoxLayout>
@@ -15,9 +17,8 @@ FullDiskAccessBadge::FullDiskAccessBadge(QWidget* parent)
     auto* layout = new QHBoxLayout(this);
     layout->setContentsMargins(10, 4, 4, 4);
     layout->setSpacing(6);
-    auto* symbol = new QLabel(this);
-    symbol->setPixmap(Symbols::icon("lock.shield", QColor(0xF0, 0x8C, 0x00))
-                          .pixmap(QSize(14, 14), devicePixelRatioF()));
+    auto* symbol = new SymbolLabel(14, this);
+    symbol->setSymbol(Symbols::icon("lock.shield", QColor(0xF0, 0x8C, 0x00)));
     layout->addWidget(symbol);
     auto* text = new QLabel(tr("Some folders need more permissions"), this);
     layout->addWidget(text);
@@ -35,8 +36,10 @@ FullDiskAccessBadge::FullDiskAccessBadge(QWidget* parent)
     close_->setAccessibleName(tr("Hide permissions badge"));
     connect(close_, &QToolButton::clicked, this, &FullDiskAccessBadge::dismissRequested);
     layout->addWidget(close_);
-    setStyleSheet(QStringLiteral("#accessBadge { background: palette(window); border: 1px solid "
-                                 "palette(mid); border-radius: 8px; }"));
+}
+
+void FullDiskAccessBadge::paintEvent(QPaintEvent* /*event*/) {
+    paintBadgeBackground(*this);
 }
 
 QString FullDiskAccessBadge::explanation() {

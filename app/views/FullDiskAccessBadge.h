@@ -23,6 +23,8 @@ signals:
     void dismissRequested();
 
 private:
+    void paintEvent(QPaintEvent* event) override;
+
     QPushButton* learnMore_;
     QToolButton* close_;
 };

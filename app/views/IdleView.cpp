@@ -7,7 +7,7 @@ namespace brimvale {
 
 IdleView::IdleView(QWidget* parent)
     : StatusPage(parent) {
-    setSymbol("cloud.fill", palette().color(QPalette::PlaceholderText));
+    setSymbol("cloud.fill");
     setText(tr("Select a cloud provider to scan"));
     setAccessibleName(textLabel()->text());
 }

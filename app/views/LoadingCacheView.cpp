@@ -11,7 +11,7 @@ namespace brimvale {
 
 LoadingCacheView::LoadingCacheView(QWidget* parent)
     : StatusPage(parent) {
-    setSymbol("clock", palette().color(QPalette::PlaceholderText));
+    setSymbol("clock");
     bar_ = new QProgressBar(this);
     bar_->setRange(0, 100);
     bar_->setTextVisible(false);
@@ -19,9 +19,7 @@ LoadingCacheView::LoadingCacheView(QWidget* parent)
     body()->addWidget(bar_, 0, Qt::AlignHCenter);
     auto* hint = new QLabel(tr("Large trees may take a moment"), this);
     hint->setAlignment(Qt::AlignHCenter);
-    QPalette hintPalette = hint->palette();
-    hintPalette.setColor(QPalette::WindowText, hintPalette.color(QPalette::PlaceholderText));
-    hint->setPalette(hintPalette);
+    hint->setForegroundRole(QPalette::PlaceholderText);
     body()->addWidget(hint, 0, Qt::AlignHCenter);
     animation_.setDuration(250);
     animation_.setEasingCurve(QEasingCurve::OutCubic);

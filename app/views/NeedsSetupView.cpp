@@ -94,7 +94,7 @@ void NeedsSetupView::showAccount(const std::shared_ptr<CloudStorageProvider>& pr
         form_ = nullptr;
     }
     if (kind) {
-        setSymbol("cloud.slash.fill", palette().color(QPalette::PlaceholderText));
+        setSymbol("cloud.slash.fill");
         setTitle(tr("%1 isn't connected").arg(name));
         setText(hintFor(*kind));
         if (form_ == nullptr) {
@@ -110,7 +110,7 @@ void NeedsSetupView::showAccount(const std::shared_ptr<CloudStorageProvider>& pr
         cancelSignIn_->hide();
         advancedWebConfig_->show();
     } else {
-        setSymbol("cloud.slash.fill", palette().color(QPalette::PlaceholderText));
+        setSymbol("cloud.slash.fill");
         setTitle(tr("%1 isn't connected").arg(name));
         setText(tr("Connect this account through your browser. Click the button below to start; "
                    "choosing other accounts in the sidebar does not open sign-in."));

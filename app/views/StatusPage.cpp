@@ -1,5 +1,6 @@
 #include "app/views/StatusPage.h"
 
+#include "app/support/SymbolLabel.h"
 #include "app/support/Symbols.h"
 
 #include <QHBoxLayout>
@@ -18,10 +19,9 @@ StatusPage::StatusPage(QWidget* parent)
     auto* outer = new QVBoxLayout(this);
     outer->setContentsMargins(32, 32, 32, 32);
     outer->addStretch(1);
-    symbol_ = new QLabel(this);
-    symbol_->setAlignment(Qt::AlignHCenter);
+    symbol_ = new SymbolLabel(kSymbolSize, this);
     symbol_->hide();
-    outer->addWidget(symbol_);
+    outer->addWidget(symbol_, 0, Qt::AlignHCenter);
     outer->addSpacing(6);
     title_ = new QLabel(this);
     title_->setAlignment(Qt::AlignHCenter);
@@ -52,9 +52,14 @@ StatusPage::StatusPage(QWidget* parent)
     outer->addStretch(1);
 }
 
+QLabel* StatusPage::symbolLabel() const {
+    return symbol_;
+}
+
 void StatusPage::setSymbol(const char* symbol, const QColor& color) {
-    const QIcon icon = color.isValid() ? Symbols::icon(symbol, color) : Symbols::icon(symbol);
-    symbol_->setPixmap(icon.pixmap(QSize(kSymbolSize, kSymbolSize), devicePixelRatioF()));
+    const QIcon icon = color.isValid() ? Symbols::icon(symbol, color)
+                                       : Symbols::icon(symbol, QPalette::PlaceholderText);
+    symbol_->setSymbol(icon);
     symbol_->setAccessibleName(QString::fromLatin1(symbol));
     symbol_->setVisible(!icon.isNull());
 }

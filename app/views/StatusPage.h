@@ -14,11 +14,12 @@ class StatusPage : public QWidget {
 public:
     explicit StatusPage(QWidget* parent = nullptr);
 
-    QLabel* symbolLabel() const { return symbol_; }
+    QLabel* symbolLabel() const;
     QLabel* titleLabel() const { return title_; }
     QLabel* textLabel() const { return text_; }
 
 protected:
+    // The symbol in `color`, or in the palette's secondary text colour when none is given.
     void setSymbol(const char* symbol, const QColor& color = {});
     void setTitle(const QString& title);
     void setText(const QString& text);
@@ -26,7 +27,7 @@ protected:
     QVBoxLayout* body() const { return body_; }
 
 private:
-    QLabel* symbol_;
+    class SymbolLabel* symbol_;
     QLabel* title_;
     QLabel* text_;
     QVBoxLayout* body_;

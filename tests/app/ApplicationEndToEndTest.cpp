@@ -1,6 +1,7 @@
 #include "app/MainWindow.h"
 #include "app/bridge/QtMainQueue.h"
 #include "app/browser/ColumnBrowser.h"
+#include "app/onboarding/AddAccountSheet.h"
 #include "app/browser/ColumnItemsModel.h"
 #include "app/browser/ColumnListView.h"
 #include "app/sidebar/AccountSidebar.h"
@@ -12,6 +13,8 @@
 #include "tests/app/AppTestSupport.h"
 
 #include <QAction>
+#include <QApplication>
+#include <QLineEdit>
 #include <QDir>
 #include <QListView>
 #include <QTest>
@@ -22,6 +25,24 @@ namespace {
 
 using namespace std::chrono_literals;
 using testing::pumpUntil;
+
+QPalette darkPalette() {
+    QPalette palette;
+    palette.setColor(QPalette::Window, QColor(0x2b, 0x2b, 0x2d));
+    palette.setColor(QPalette::WindowText, QColor(0xe8, 0xe8, 0xea));
+    palette.setColor(QPalette::Base, QColor(0x1e, 0x1e, 0x20));
+    palette.setColor(QPalette::AlternateBase, QColor(0x26, 0x26, 0x28));
+    palette.setColor(QPalette::Text, QColor(0xe8, 0xe8, 0xea));
+    palette.setColor(QPalette::PlaceholderText, QColor(0x9a, 0x9a, 0xa0));
+    palette.setColor(QPalette::Button, QColor(0x3a, 0x3a, 0x3d));
+    palette.setColor(QPalette::ButtonText, QColor(0xe8, 0xe8, 0xea));
+    palette.setColor(QPalette::Highlight, QColor(0x2f, 0x7d, 0xd1));
+    palette.setColor(QPalette::HighlightedText, Qt::white);
+    palette.setColor(QPalette::Mid, QColor(0x4a, 0x4a, 0x4e));
+    palette.setColor(QPalette::ToolTipBase, QColor(0x3a, 0x3a, 0x3d));
+    palette.setColor(QPalette::ToolTipText, QColor(0xe8, 0xe8, 0xea));
+    return palette;
+}
 
 void saveScreenshot(QWidget& window, const QString& name) {
     QDir().mkpath(BRIMVALE_SCREENSHOT_DIR);
@@ -104,6 +125,20 @@ TEST(ApplicationEndToEnd, ScanBrowseAndRescanAnAliasRemote) {
             },
             2s));
         saveScreenshot(window, "browsed");
+
+        // The add-account sheet over the window, and the same window in a dark palette.
+        viewModel.beginAddAccount();
+        ASSERT_TRUE(pumpUntil([&] { return window.addAccountSheet() != nullptr; }));
+        window.addAccountSheet()->searchField()->setText("s");
+        QTest::qWait(50);
+        saveScreenshot(*window.addAccountSheet(), "add-account");
+        window.addAccountSheet()->reject();
+        ASSERT_TRUE(pumpUntil([&] { return window.addAccountSheet() == nullptr; }));
+        const QPalette light = QApplication::palette();
+        QApplication::setPalette(darkPalette());
+        QTest::qWait(50);
+        saveScreenshot(window, "browsed-dark");
+        QApplication::setPalette(light);
 
         // Rescan: a new scan, then the tree again, at the same place.
         testing::writeFileOfSize(fixture / "album39" / "new.raw", 900'000);
