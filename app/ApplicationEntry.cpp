@@ -84,10 +84,12 @@ int runApplication(int argc, char** argv) {
     ScanUISettings::liveTreeDuringScan = true;
 
     int status = 0;
+    // Never destroyed: tasks the coordinator detached on its way out may still post to it while
+    // they end (it is closed below, so their jobs are dropped).
+    auto* mainQueue = new QtMainQueue();
     {
-        QtMainQueue mainQueue;
         ScannerViewModel viewModel(ScannerViewModelOptions{
-            .mainQueue = &mainQueue, .settings = std::make_shared<QSettingsStore>()});
+            .mainQueue = mainQueue, .settings = std::make_shared<QSettingsStore>()});
         MainWindow window(viewModel, {.refreshAccountsOnShow = !commandLine.folder});
         window.show();
         window.raise();
@@ -103,6 +105,7 @@ int runApplication(int argc, char** argv) {
             ScanDiagnostics::log("quit before every partial tree was saved");
         }
     }
+    mainQueue->close();
     return status;
 }
 

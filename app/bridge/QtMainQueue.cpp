@@ -21,6 +21,10 @@ QtMainQueue::QtMainQueue()
 }
 
 QtMainQueue::~QtMainQueue() {
+    close();
+}
+
+void QtMainQueue::close() {
     QObject* receiver = nullptr;
     {
         const std::lock_guard lock(target_->mutex);

@@ -23,6 +23,10 @@ public:
 
     void post(Job job) override;
     bool isCurrent() const override;
+    // Drops every job queued or posted from now on. For the end of the program: detached
+    // background tasks may still post while they end, so the application closes its queue and
+    // keeps the object itself alive rather than destroying it under them. GUI thread only.
+    void close();
 
 private:
     struct Target;
