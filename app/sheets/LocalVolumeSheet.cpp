@@ -1,5 +1,6 @@
 #include "app/sheets/LocalVolumeSheet.h"
 
+#include "app/support/SymbolLabel.h"
 #include "app/support/Symbols.h"
 #include "app/support/WidgetText.h"
 
@@ -27,12 +28,12 @@ QWidget* choiceRow(const LocalVolumePickerOptions::Choice& choice, QWidget* pare
     auto* layout = new QHBoxLayout(row);
     layout->setContentsMargins(10, 8, 10, 8);
     layout->setSpacing(12);
-    auto* icon = new QLabel(row);
     const bool wholeDisk = choice.scanPath == "/";
-    icon->setPixmap(Symbols::icon(wholeDisk ? "internaldrive.fill" : "externaldrive",
-                                  row->palette().color(QPalette::Highlight))
-                        .pixmap(QSize(28, 28), row->devicePixelRatioF()));
-    icon->setAttribute(Qt::WA_TransparentForMouseEvents);
+    auto* icon = new SymbolLabel(28, row);
+    icon->setSymbol(Symbols::icon(wholeDisk ? "internaldrive.fill" : "externaldrive",
+                                  QPalette::Highlight));
+    icon->setObjectName(QStringLiteral("choiceIcon"));
+    icon->setProperty("symbol", wholeDisk ? "internaldrive.fill" : "externaldrive");
     layout->addWidget(icon);
     auto* texts = new QVBoxLayout();
     texts->setSpacing(3);
@@ -43,6 +44,7 @@ QWidget* choiceRow(const LocalVolumePickerOptions::Choice& choice, QWidget* pare
     title->setFont(titleFont);
     titleLine->addWidget(title);
     auto* path = new QLabel(qtText(choice.pathLine), row);
+    path->setObjectName(QStringLiteral("secondary"));
     path->setForegroundRole(QPalette::PlaceholderText);
     titleLine->addWidget(path, 1);
     texts->addLayout(titleLine);
@@ -61,6 +63,7 @@ QWidget* choiceRow(const LocalVolumePickerOptions::Choice& choice, QWidget* pare
     }
     if (const auto summary = choice.capacitySummary()) {
         auto* capacity = new QLabel(qtText(*summary), row);
+        capacity->setObjectName(QStringLiteral("secondary"));
         capacity->setForegroundRole(QPalette::PlaceholderText);
         texts->addWidget(capacity);
     }
@@ -130,8 +133,29 @@ LocalVolumeSheet::LocalVolumeSheet(Options options, QWidget* parent)
             }
         }
     });
-    connect(list_, &QListWidget::currentItemChanged, this,
-            [this](QListWidgetItem* current) { scan_->setEnabled(current != nullptr); });
+    connect(list_, &QListWidget::currentItemChanged, this, [this](QListWidgetItem* current) {
+        scan_->setEnabled(current != nullptr);
+        // The row on the selection's colour reads in the selection's text colour.
+        for (int index = 0; index < list_->count(); ++index) {
+            QWidget* row = list_->itemWidget(list_->item(index));
+            if (row == nullptr) {
+                continue;
+            }
+            const bool selected = list_->item(index) == current;
+            for (QLabel* label : row->findChildren<QLabel*>()) {
+                label->setForegroundRole(selected
+                                             ? QPalette::HighlightedText
+                                             : (label->objectName() == QStringLiteral("secondary")
+                                                    ? QPalette::PlaceholderText
+                                                    : QPalette::WindowText));
+            }
+            if (auto* icon = row->findChild<SymbolLabel*>(QStringLiteral("choiceIcon"))) {
+                icon->setSymbol(
+                    Symbols::icon(icon->property("symbol").toString().toStdString(),
+                                  selected ? QPalette::HighlightedText : QPalette::Highlight));
+            }
+        }
+    });
     connect(list_, &QListWidget::itemActivated, scan_, &QPushButton::click);
     connect(chooseFolder_, &QPushButton::clicked, this, &LocalVolumeSheet::chooseFolder);
 

@@ -2,6 +2,7 @@
 #include "app/bridge/QtMainQueue.h"
 #include "app/browser/ColumnBrowser.h"
 #include "app/onboarding/AddAccountSheet.h"
+#include "app/sheets/LocalVolumeSheet.h"
 #include "app/browser/ColumnItemsModel.h"
 #include "app/browser/ColumnListView.h"
 #include "app/sidebar/AccountSidebar.h"
@@ -17,6 +18,7 @@
 #include <QLineEdit>
 #include <QDir>
 #include <QListView>
+#include <QPushButton>
 #include <QTest>
 #include <gtest/gtest.h>
 
@@ -134,6 +136,15 @@ TEST(ApplicationEndToEnd, ScanBrowseAndRescanAnAliasRemote) {
         saveScreenshot(*window.addAccountSheet(), "add-account");
         window.addAccountSheet()->reject();
         ASSERT_TRUE(pumpUntil([&] { return window.addAccountSheet() == nullptr; }));
+        // The local disk's sheet, as "Choose disk or folder…" opens it.
+        QTest::mouseClick(window.sidebar()->chooseFolderButton(), Qt::LeftButton);
+        ASSERT_TRUE(pumpUntil([&] { return window.localVolumeSheet() != nullptr; }));
+        ASSERT_TRUE(pumpUntil([&] { return window.localVolumeSheet()->choicesLoaded(); }, 30s));
+        QTest::qWait(50);
+        saveScreenshot(*window.localVolumeSheet(), "local-volumes");
+        window.localVolumeSheet()->reject();
+        ASSERT_TRUE(pumpUntil([&] { return window.localVolumeSheet() == nullptr; }));
+
         const QPalette light = QApplication::palette();
         QApplication::setPalette(darkPalette());
         QTest::qWait(50);
