@@ -282,10 +282,7 @@ void ColumnBrowser::setPreviewPaneVisible(bool visible) {
 void ColumnBrowser::updatePreview() {
     const FileNodeRef deepest = state_.deepestSelection();
     const bool shown = previewPaneVisible_ && deepest;
-    if (shown && preview_->node() != deepest) {
-        preview_->setNode(deepest);
-    } else if (shown) {
-        // The same node, perhaps grown during a scan.
+    if (shown && (preview_->node() != deepest || preview_->isStale())) {
         preview_->setNode(deepest);
     }
     preview_->setVisible(shown);

@@ -148,8 +148,14 @@ void PreviewPanel::clearContent() {
     largest_.clear();
 }
 
+bool PreviewPanel::isStale() const {
+    return node_ && (node_->size() != shownSize_ || node_->children().size() != shownChildCount_);
+}
+
 void PreviewPanel::setNode(FileNodeRef node) {
     node_ = std::move(node);
+    shownSize_ = node_ ? node_->size() : 0;
+    shownChildCount_ = node_ ? node_->children().size() : 0;
     clearContent();
     content_->setVisible(node_ != nullptr);
     if (!node_) {

@@ -5,6 +5,7 @@
 #include <QFrame>
 #include <QString>
 
+#include <cstdint>
 #include <optional>
 #include <utility>
 #include <vector>
@@ -32,6 +33,9 @@ public:
     // Rebuilds the panel for `node` (null: empty).
     void setNode(FileNodeRef node);
     const FileNodeRef& node() const { return node_; }
+    // Whether the node changed since it was shown (a live scan grows it); rebuilding the panel
+    // on every refresh of a live tree would cost the scan time on the GUI thread.
+    bool isStale() const;
 
     // What the panel shows, for tests and accessibility.
     const std::vector<InfoRow>& infoRows() const { return infoRows_; }
@@ -52,6 +56,8 @@ private:
     void clearContent();
 
     FileNodeRef node_;
+    std::int64_t shownSize_ = 0;
+    std::size_t shownChildCount_ = 0;
     std::vector<InfoRow> infoRows_;
     std::vector<std::pair<QString, QString>> largest_;
     QToolButton* closeButton_;
