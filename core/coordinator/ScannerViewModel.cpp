@@ -45,13 +45,13 @@ ScannerViewModel::~ScannerViewModel() {
     // The web helper runs without a password on this computer: it must not outlive its use.
     terminateGuidedProcess();
     webConfigServer_.reset();
-    // A task may be waiting for this thread (a merge into its tree); joining it here would wait
-    // forever, so the tasks are stopped and left to end on their own. Their posted jobs find
-    // the liveness token gone and do nothing.
+    // Every task is stopped, then joined: background bodies use this object's members. A task
+    // waiting for this thread (a merge into its tree) gives up its wait when stopped, and
+    // rclone children are ended by the stop, so the joins are short.
     for (auto& [id, task] : tasks_) {
         task->cancel();
-        task->detach();
     }
+    tasks_.clear();
 }
 
 ScannerViewModel::Clock::time_point ScannerViewModel::now() const {

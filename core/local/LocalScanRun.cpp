@@ -238,7 +238,7 @@ void LocalScanRun::onOwner(const std::function<void()>& work, bool wait) {
     if (mainQueue == nullptr || mainQueue->isCurrent()) {
         work();
     } else if (wait) {
-        runOnMainAndWait(*mainQueue, work);
+        runOnMainAndWait(*mainQueue, parameters_.stopToken, work);
     } else {
         mainQueue->post([self = shared_from_this(), work] {
             if (!self->parameters_.stopToken.stop_requested()) {

@@ -39,7 +39,7 @@ std::string RcloneTreeScan::childTarget(const std::string& target, std::string_v
 
 template <class Work> void RcloneTreeScan::onTreeThread(Work&& work) const {
     if (parameters_.mainQueue != nullptr) {
-        runOnMainAndWait(*parameters_.mainQueue, std::forward<Work>(work));
+        runOnMainAndWait(*parameters_.mainQueue, parameters_.stopToken, std::forward<Work>(work));
     } else {
         work();
     }

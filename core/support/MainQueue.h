@@ -1,9 +1,15 @@
 #pragma once
 
 #include "core/support/FatalError.h"
+#include "core/support/Task.h"
 
+#include <condition_variable>
+#include <exception>
 #include <functional>
 #include <future>
+#include <memory>
+#include <mutex>
+#include <stop_token>
 #include <type_traits>
 #include <utility>
 
@@ -24,8 +30,70 @@ public:
     virtual bool isCurrent() const = 0;
 };
 
-// Runs `work` on the main thread and waits for its result (or rethrows its exception).
-// Only for background threads: called on the main thread it would wait for itself forever.
+// Runs `work` on the main thread and waits for it (its exception is rethrown). Only for
+// background threads: called on the main thread it would wait for itself forever.
+//
+// When `stopToken` is stopped before the main thread has started the work, the wait is given
+// up with CancellationError and the work never runs (it may refer to the caller's stack); once
+// started, the work is waited for. So an owner on the main thread may stop a task and join it
+// without pumping its queue.
+template <class Work>
+void runOnMainAndWait(MainQueue& mainQueue, std::stop_token stopToken, Work&& work) {
+    if (mainQueue.isCurrent()) {
+        fatalError("runOnMainAndWait called on the main thread");
+    }
+    struct Shared {
+        std::mutex mutex;
+        std::condition_variable changed;
+        bool started = false;
+        bool finished = false;
+        bool abandoned = false;
+        std::exception_ptr failure;
+    };
+    auto shared = std::make_shared<Shared>();
+    std::function<void()> run = [&work] {
+        work();
+    };
+    mainQueue.post([shared, run] {
+        {
+            std::lock_guard lock(shared->mutex);
+            if (shared->abandoned) {
+                return;
+            }
+            shared->started = true;
+        }
+        std::exception_ptr failure;
+        try {
+            run();
+        } catch (...) {
+            failure = std::current_exception();
+        }
+        {
+            std::lock_guard lock(shared->mutex);
+            shared->finished = true;
+            shared->failure = failure;
+        }
+        shared->changed.notify_all();
+    });
+    // Registered before the lock is taken: with a token already stopped, the callback runs at
+    // once, on this thread.
+    std::stop_callback wake(stopToken, [&shared] {
+        std::lock_guard inner(shared->mutex);
+        shared->changed.notify_all();
+    });
+    std::unique_lock lock(shared->mutex);
+    shared->changed.wait(
+        lock, [&] { return shared->finished || (!shared->started && stopToken.stop_requested()); });
+    if (!shared->finished) {
+        shared->abandoned = true;
+        throw CancellationError();
+    }
+    if (shared->failure) {
+        std::rethrow_exception(shared->failure);
+    }
+}
+
+// The same without a way to give up, returning the work's result.
 template <class Work> auto runOnMainAndWait(MainQueue& mainQueue, Work&& work) {
     using Result = std::invoke_result_t<Work>;
     if (mainQueue.isCurrent()) {

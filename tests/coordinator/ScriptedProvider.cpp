@@ -59,7 +59,7 @@ FileNodeRef ScriptedProvider::scan(const ScanParameters& parameters) {
         if (const auto* progress = std::get_if<Progress>(&step)) {
             parameters.progress(progress->progress);
         } else if (const auto* partial = std::get_if<PartialTree>(&step)) {
-            runOnMainAndWait(*parameters.mainQueue,
+            runOnMainAndWait(*parameters.mainQueue, parameters.stopToken,
                              [&] { parameters.partialStructure(partial->root); });
         } else if (const auto* finish = std::get_if<Finish>(&step)) {
             return finish->root;

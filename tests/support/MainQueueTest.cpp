@@ -54,6 +54,62 @@ TEST(ManualMainQueue, BackgroundThreadWaitsForMainThreadResultsAndErrors) {
     EXPECT_TRUE(errorSeen);
 }
 
+TEST(ManualMainQueue, AStoppedWaitIsGivenUpAndItsWorkNeverRuns) {
+    // The owner on the main thread stops a task that waits for it, then joins the task without
+    // pumping: the wait ends, and the work (which refers to the task's stack) is dropped.
+    ManualMainQueue queue;
+    std::stop_source stop;
+    std::atomic<bool> cancelled = false;
+    std::atomic<bool> workRan = false;
+    std::atomic<bool> waiting = false;
+    std::thread worker([&] {
+        int onTheStack = 0;
+        try {
+            waiting = true;
+            runOnMainAndWait(queue, stop.get_token(), [&] {
+                ++onTheStack;
+                workRan = true;
+            });
+        } catch (const CancellationError&) {
+            cancelled = true;
+        }
+    });
+    while (!waiting || queue.pendingCount() == 0) {
+        std::this_thread::yield();
+    }
+    stop.request_stop();
+    worker.join();
+    EXPECT_TRUE(cancelled);
+    queue.runUntilIdle();
+    EXPECT_FALSE(workRan);
+
+    // Not stopped: the work runs and its failure reaches the waiter.
+    bool failureSeen = false;
+    std::thread other([&] {
+        try {
+            runOnMainAndWait(queue, stop.get_token() /* already stopped */, [] {});
+        } catch (const CancellationError&) {
+            failureSeen = true;
+        }
+    });
+    other.join();
+    EXPECT_TRUE(failureSeen) << "a stopped token gives up before the work starts";
+    std::atomic<bool> thirdDone = false;
+    std::thread third([&] {
+        try {
+            runOnMainAndWait(queue, std::stop_token{}, [] { throw std::runtime_error("x"); });
+        } catch (const std::runtime_error&) {
+            failureSeen = false;
+        }
+        thirdDone = true;
+    });
+    while (!thirdDone) {
+        queue.waitAndRun(std::chrono::milliseconds(20));
+    }
+    third.join();
+    EXPECT_FALSE(failureSeen);
+}
+
 TEST(MainQueueDeathTest, WaitingForTheMainThreadOnItIsFatal) {
     ManualMainQueue queue;
     EXPECT_DEATH(runOnMainAndWait(queue, [] {}), "main thread");
