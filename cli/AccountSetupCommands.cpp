@@ -213,7 +213,8 @@ int addAccount(std::span<const std::string> rawArguments, CommandStreams streams
     const auto kind = CloudServiceCatalog::nativeOnboardingKind(service);
     if (kind) {
         const auto fields = formFields(*kind);
-        for (const auto& [key, value] : arguments.fields) {
+        for (const auto& entry : arguments.fields) {
+            const std::string& key = entry.first;
             if (std::none_of(fields.begin(), fields.end(),
                              [&](const FormField& field) { return key == field.key; })) {
                 std::string known;
