@@ -495,24 +495,7 @@ void MainWindow::submitSetupForm() {
             viewModel_.finishSetup(provider);
         }
     };
-    std::visit(
-        [&](const auto& fields) {
-            using Fields = std::decay_t<decltype(fields)>;
-            if constexpr (std::is_same_v<Fields, S3AwsCredentialFields>) {
-                viewModel_.applyS3AwsNativeCredentials(name, fields, finished);
-            } else if constexpr (std::is_same_v<Fields, CloudflareR2CredentialFields>) {
-                viewModel_.applyS3CloudflareR2NativeCredentials(name, fields, finished);
-            } else if constexpr (std::is_same_v<Fields, GCSCredentialFields>) {
-                viewModel_.applyGCSNativeCredentials(name, fields, finished);
-            } else if constexpr (std::is_same_v<Fields, AzureBlobCredentialFields>) {
-                viewModel_.applyAzureBlobNativeCredentials(name, fields, finished);
-            } else if constexpr (std::is_same_v<Fields, FTPCredentialFields>) {
-                viewModel_.applyFTPNativeCredentials(name, fields, finished);
-            } else {
-                viewModel_.applySFTPNativeCredentials(name, fields, finished);
-            }
-        },
-        form->fields());
+    viewModel_.applyNativeCredentials(name, form->fields(), finished);
 }
 
 void MainWindow::syncWebConfigSheet() {

@@ -88,6 +88,32 @@ std::vector<FormField> formFields(const NativeCredentialOnboardingKind& kind) {
     return {};
 }
 
+// The form's fields from the --field values (missing ones empty: the form says what is needed).
+NativeCredentialFields formInput(const NativeCredentialOnboardingKind& kind,
+                                 const std::function<std::string(const char*)>& field) {
+    using Form = NativeCredentialOnboardingKind::Form;
+    switch (kind.form()) {
+    case Form::s3:
+        if (kind.s3Variant() == S3CatalogVariant::cloudflareR2) {
+            return CloudflareR2CredentialFields{field("account_id"), field("access_key_id"),
+                                                field("secret_access_key"), field("bucket")};
+        }
+        return S3AwsCredentialFields{field("region"), field("access_key_id"),
+                                     field("secret_access_key"), field("bucket")};
+    case Form::gcs:
+        return GCSCredentialFields{field("bucket"), field("project_number"), field("key_file"),
+                                   field("service_account_json")};
+    case Form::azureBlob:
+        return AzureBlobCredentialFields{field("account"), field("key"), field("container")};
+    case Form::ftp:
+        return FTPCredentialFields{field("host"), field("port"), field("user"), field("pass")};
+    case Form::sftp:
+        break;
+    }
+    return SFTPCredentialFields{field("host"), field("port"), field("user"), field("pass"),
+                                field("key_file")};
+}
+
 struct AddArguments {
     std::string service;
     std::optional<std::string> name;
@@ -254,43 +280,7 @@ int addAccount(std::span<const std::string> rawArguments, CommandStreams streams
         return found == arguments.fields.end() ? std::string() : found->second;
     };
     if (kind) {
-        using Form = NativeCredentialOnboardingKind::Form;
-        switch (kind->form()) {
-        case Form::s3:
-            if (kind->s3Variant() == S3CatalogVariant::cloudflareR2) {
-                viewModel.applyS3CloudflareR2NativeCredentials(
-                    name,
-                    {field("account_id"), field("access_key_id"), field("secret_access_key"),
-                     field("bucket")},
-                    finished);
-            } else {
-                viewModel.applyS3AwsNativeCredentials(name,
-                                                      {field("region"), field("access_key_id"),
-                                                       field("secret_access_key"), field("bucket")},
-                                                      finished);
-            }
-            break;
-        case Form::gcs:
-            viewModel.applyGCSNativeCredentials(name,
-                                                {field("bucket"), field("project_number"),
-                                                 field("key_file"), field("service_account_json")},
-                                                finished);
-            break;
-        case Form::azureBlob:
-            viewModel.applyAzureBlobNativeCredentials(
-                name, {field("account"), field("key"), field("container")}, finished);
-            break;
-        case Form::ftp:
-            viewModel.applyFTPNativeCredentials(
-                name, {field("host"), field("port"), field("user"), field("pass")}, finished);
-            break;
-        case Form::sftp:
-            viewModel.applySFTPNativeCredentials(
-                name,
-                {field("host"), field("port"), field("user"), field("pass"), field("key_file")},
-                finished);
-            break;
-        }
+        viewModel.applyNativeCredentials(name, formInput(*kind, field), finished);
     } else {
         viewModel.runAddAccountGuidedFlow(name, service.rcloneType, finished);
     }

@@ -24,9 +24,7 @@ namespace brimvale {
 class NativeCredentialForm final : public QWidget {
     Q_OBJECT
 public:
-    using Fields =
-        std::variant<S3AwsCredentialFields, CloudflareR2CredentialFields, GCSCredentialFields,
-                     AzureBlobCredentialFields, FTPCredentialFields, SFTPCredentialFields>;
+    using Fields = NativeCredentialFields;
 
     NativeCredentialForm(NativeCredentialOnboardingKind kind,
                          NativeCredentialFormPresentation presentation, QWidget* parent = nullptr);

@@ -394,6 +394,29 @@ void ScannerViewModel::applySFTPNativeCredentials(const std::string& remoteName,
         std::move(onFinished));
 }
 
+void ScannerViewModel::applyNativeCredentials(const std::string& remoteName,
+                                              const NativeCredentialFields& fields,
+                                              std::function<void(bool)> onFinished) {
+    std::visit(
+        [&](const auto& form) {
+            using Form = std::decay_t<decltype(form)>;
+            if constexpr (std::is_same_v<Form, S3AwsCredentialFields>) {
+                applyS3AwsNativeCredentials(remoteName, form, std::move(onFinished));
+            } else if constexpr (std::is_same_v<Form, CloudflareR2CredentialFields>) {
+                applyS3CloudflareR2NativeCredentials(remoteName, form, std::move(onFinished));
+            } else if constexpr (std::is_same_v<Form, GCSCredentialFields>) {
+                applyGCSNativeCredentials(remoteName, form, std::move(onFinished));
+            } else if constexpr (std::is_same_v<Form, AzureBlobCredentialFields>) {
+                applyAzureBlobNativeCredentials(remoteName, form, std::move(onFinished));
+            } else if constexpr (std::is_same_v<Form, FTPCredentialFields>) {
+                applyFTPNativeCredentials(remoteName, form, std::move(onFinished));
+            } else {
+                applySFTPNativeCredentials(remoteName, form, std::move(onFinished));
+            }
+        },
+        fields);
+}
+
 void ScannerViewModel::beginAddAnotherAccount(const ProviderRef& provider) {
     if (!provider || !canAddAnotherAccount(*provider)) {
         return;

@@ -214,6 +214,9 @@ public:
                                    std::function<void(bool)> onFinished = {});
     void applySFTPNativeCredentials(const std::string& remoteName, SFTPCredentialFields fields,
                                     std::function<void(bool)> onFinished = {});
+    // The form of `fields`'s type: one of the six operations above.
+    void applyNativeCredentials(const std::string& remoteName, const NativeCredentialFields& fields,
+                                std::function<void(bool)> onFinished = {});
     // Another account of the provider's type: a guided type signs in at once under a free
     // name; a form type opens the sheet on its form.
     void beginAddAnotherAccount(const ProviderRef& provider);

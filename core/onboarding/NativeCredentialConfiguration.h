@@ -6,6 +6,7 @@
 #include <stop_token>
 #include <string>
 #include <string_view>
+#include <variant>
 
 namespace brimvale {
 
@@ -51,6 +52,11 @@ struct SFTPCredentialFields {
     std::string password;    // optional when a key file is given
     std::string keyFilePath; // optional; "~" is the home folder
 };
+
+// The fields of whichever form the user filled in.
+using NativeCredentialFields =
+    std::variant<S3AwsCredentialFields, CloudflareR2CredentialFields, GCSCredentialFields,
+                 AzureBlobCredentialFields, FTPCredentialFields, SFTPCredentialFields>;
 
 // A form's input was refused before anything was written (or, for a missing GCS key file,
 // after the remote's stub was made). A scanFailed error whose detail is the form's own message,

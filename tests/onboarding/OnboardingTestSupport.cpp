@@ -16,23 +16,6 @@
 
 namespace brimvale::testing {
 
-BrimvaleError brimvaleErrorOf(const std::exception_ptr& failure) {
-    if (!failure) {
-        ADD_FAILURE() << "expected a BrimvaleError, the operation succeeded";
-        return BrimvaleError::parseError("none");
-    }
-    try {
-        std::rethrow_exception(failure);
-    } catch (const BrimvaleError& error) {
-        return error;
-    } catch (const std::exception& other) {
-        ADD_FAILURE() << "expected a BrimvaleError, got: " << other.what();
-    } catch (...) {
-        ADD_FAILURE() << "expected a BrimvaleError";
-    }
-    return BrimvaleError::parseError("none");
-}
-
 std::string scanFailedDetailOf(const std::exception_ptr& failure) {
     const BrimvaleError error = brimvaleErrorOf(failure);
     if (const auto* scanFailed = error.as<BrimvaleError::ScanFailed>()) {

@@ -20,8 +20,6 @@ template <class Run> std::exception_ptr failureOf(Run&& run) {
     return nullptr;
 }
 
-// The BrimvaleError inside `failure` (a test failure when it holds something else).
-BrimvaleError brimvaleErrorOf(const std::exception_ptr& failure);
 // The ScanFailed detail inside `failure`, or a description of what it held instead.
 std::string scanFailedDetailOf(const std::exception_ptr& failure);
 // Whether `failure` holds a CancellationError.

@@ -22,6 +22,7 @@ namespace brimvale {
 namespace {
 
 using namespace std::chrono_literals;
+using testing::brimvaleErrorOf;
 using testing::RcloneSandbox;
 
 // The exception a run ends with, or nothing when it succeeded.
@@ -32,19 +33,6 @@ template <class Run> std::exception_ptr failureOf(Run&& run) {
         return std::current_exception();
     }
     return nullptr;
-}
-
-BrimvaleError brimvaleErrorOf(const std::exception_ptr& failure) {
-    try {
-        std::rethrow_exception(failure);
-    } catch (const BrimvaleError& error) {
-        return error;
-    } catch (const std::exception& other) {
-        ADD_FAILURE() << "expected a BrimvaleError, got: " << other.what();
-    } catch (...) {
-        ADD_FAILURE() << "expected a BrimvaleError";
-    }
-    return BrimvaleError::parseError("none");
 }
 
 // The children of this process (only the runs under test start any).

@@ -1,8 +1,10 @@
 #pragma once
 
+#include "core/rclone/BrimvaleError.h"
 #include "core/rclone/RcloneRunner.h"
 
 #include <chrono>
+#include <exception>
 #include <filesystem>
 #include <functional>
 #include <map>
@@ -36,6 +38,9 @@ void writeFileOfSize(const std::filesystem::path& path, std::size_t size);
 // Polls `condition` until it holds or `timeout` passes; returns whether it held.
 bool waitUntil(const std::function<bool()>& condition,
                std::chrono::milliseconds timeout = std::chrono::seconds(20));
+
+// The BrimvaleError inside `failure` (a test failure when it holds something else).
+BrimvaleError brimvaleErrorOf(const std::exception_ptr& failure);
 
 // A child process of this test process, as /proc shows it.
 struct ChildProcessInfo {
