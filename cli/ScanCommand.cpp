@@ -29,6 +29,7 @@ struct ScanArguments {
     ListingArguments listing;
     bool rescan = false;
     bool quiet = false;
+    bool perFolder = false;
 };
 
 ScanArguments parseScanArguments(std::span<const std::string> arguments) {
@@ -39,6 +40,8 @@ ScanArguments parseScanArguments(std::span<const std::string> arguments) {
             parsed.rescan = true;
         } else if (argument == "--quiet") {
             parsed.quiet = true;
+        } else if (argument == "--per-folder") {
+            parsed.perFolder = true;
         } else {
             rest.push_back(argument);
         }
@@ -162,6 +165,26 @@ void printSkippedFolders(std::vector<SkippedFolder> skipped, std::ostream& err) 
     }
 }
 
+// A cloud listing goes on past folders it cannot read; the first few are named.
+void printUnreadableCloudFolders(const std::vector<SkippedFolder>& unreadable, std::ostream& err) {
+    if (unreadable.empty()) {
+        return;
+    }
+    constexpr std::size_t kNamed = 5;
+    err << "brimvale-cli scan: " << groupedCount(static_cast<std::int64_t>(unreadable.size()))
+        << (unreadable.size() == 1 ? " folder" : " folders")
+        << " could not be read; the rest was listed:\n";
+    for (std::size_t i = 0; i < unreadable.size() && i < kNamed; ++i) {
+        err << "  " << displayText(unreadable[i].location) << ": "
+            << displayText(unreadable[i].reason) << '\n';
+    }
+    if (unreadable.size() > kNamed) {
+        err << "  \u2026 and "
+            << groupedCount(static_cast<std::int64_t>(unreadable.size() - kNamed))
+            << " more (--json lists them all)\n";
+    }
+}
+
 int runScan(std::span<const std::string> rawArguments, CommandStreams streams) {
     const ScanArguments arguments = parseScanArguments(rawArguments);
     const std::string& target = arguments.listing.target;
@@ -255,7 +278,9 @@ int runScan(std::span<const std::string> rawArguments, CommandStreams streams) {
         viewModel.openAccount(
             provider,
             {.localScanPath = accountName ? std::nullopt : std::optional<std::string>(location),
-             .rescan = arguments.rescan});
+             .rescan = arguments.rescan,
+             .listOneFolderAtATime =
+                 arguments.perFolder ? std::optional<bool>(true) : std::nullopt});
         session.runUntil(finished, onChange);
     }
     statusLine.erase();
@@ -289,8 +314,16 @@ int runScan(std::span<const std::string> rawArguments, CommandStreams streams) {
     viewModel.waitForSavedScans(std::chrono::minutes(2));
 
     const FileNode& tree = *done->root;
+    // A local scan's skipped folders come through the scanner's own report (below).
+    const std::vector<SkippedFolder> unreadable =
+        accountName ? done->skippedFolders : std::vector<SkippedFolder>();
     if (arguments.listing.json) {
-        TreeJsonWriter(streams.out).write(tree);
+        if (accountName) {
+            TreeJsonWriter(streams.out).write(tree, unreadable);
+        } else {
+            std::lock_guard lock(skippedMutex);
+            TreeJsonWriter(streams.out).write(tree, skipped);
+        }
     } else {
         const ItemCounts counts = countItems(tree);
         streams.out << displayText(shownTarget) << "  " << formatBytes(tree.size()) << "  ("
@@ -309,6 +342,7 @@ int runScan(std::span<const std::string> rawArguments, CommandStreams streams) {
         std::lock_guard lock(skippedMutex);
         printSkippedFolders(std::move(skipped), streams.err);
     }
+    printUnreadableCloudFolders(unreadable, streams.err);
     if (&streams.out == &std::cout) {
         keepUntilExit(done->root);
     }
@@ -321,18 +355,21 @@ Command scanCommand() {
     return Command{
         .name = "scan",
         .summary = "Scan a folder or an account and list its largest items",
-        .usage = "scan PATH|ACCOUNT: [--rescan] [--quiet] [--json] [--depth N] [--top N]",
+        .usage = "scan PATH|ACCOUNT: [--rescan] [--per-folder] [--quiet] [--json] [--depth N] "
+                 "[--top N]",
         .details =
             "Adds up the space used by everything in the folder PATH, or in the rclone\n"
             "account ACCOUNT: (its stored bucket or container for object storage), and lists\n"
             "the largest items with their share of their folder. A saved scan is shown when\n"
             "there is one, with its age; --rescan scans afresh. Every finished scan is saved.\n"
             "\n"
-            "  --rescan    scan again even when a saved scan exists\n"
-            "  --quiet     no live progress line\n"
-            "  --depth N   list folders N levels deep (default 1)\n"
-            "  --top N     show the N largest items of each folder (default 10)\n"
-            "  --json      write the whole tree as JSON, one object per item\n"
+            "  --rescan      scan again even when a saved scan exists\n"
+            "  --per-folder  list an account one folder per rclone run (slower; for services\n"
+            "                that throttle recursive listings)\n"
+            "  --quiet       no live progress line\n"
+            "  --depth N     list folders N levels deep (default 1)\n"
+            "  --top N       show the N largest items of each folder (default 10)\n"
+            "  --json        write the whole tree as JSON, one object per item\n"
             "\n"
             "Hard-linked files count once; symbolic links count as themselves and are not\n"
             "followed; kernel file systems such as /proc are not entered. Folders that cannot\n"

@@ -150,7 +150,8 @@ void TreeJsonWriter::flushIfFull() {
     }
 }
 
-void TreeJsonWriter::appendNodeOpening(const FileNode& node) {
+void TreeJsonWriter::appendNodeOpening(const FileNode& node,
+                                       const std::vector<SkippedFolder>* unreadableFolders) {
     buffer_.append("{\"name\":");
     appendJsonString(buffer_, node.name());
     buffer_.append(",\"path\":");
@@ -179,16 +180,39 @@ void TreeJsonWriter::appendNodeOpening(const FileNode& node) {
     } else {
         buffer_.append("null");
     }
+    if (unreadableFolders != nullptr) {
+        buffer_.append(",\"unreadableFolders\":[");
+        bool first = true;
+        for (const auto& folder : *unreadableFolders) {
+            buffer_.append(first ? "{\"path\":" : ",{\"path\":");
+            first = false;
+            appendJsonString(buffer_, folder.location);
+            buffer_.append(",\"reason\":");
+            appendJsonString(buffer_, folder.reason);
+            buffer_.push_back('}');
+        }
+        buffer_.push_back(']');
+    }
     buffer_.append(",\"children\":[");
 }
 
 void TreeJsonWriter::write(const FileNode& root) {
+    write(root, nullptr);
+}
+
+void TreeJsonWriter::write(const FileNode& root,
+                           const std::vector<SkippedFolder>& unreadableFolders) {
+    write(root, &unreadableFolders);
+}
+
+void TreeJsonWriter::write(const FileNode& root,
+                           const std::vector<SkippedFolder>* unreadableFolders) {
     struct Frame {
         const FileNode* node;
         std::size_t nextChild;
     };
     std::vector<Frame> stack;
-    appendNodeOpening(root);
+    appendNodeOpening(root, unreadableFolders);
     stack.push_back({&root, 0});
     while (!stack.empty()) {
         Frame& frame = stack.back();

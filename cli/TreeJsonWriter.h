@@ -1,10 +1,12 @@
 #pragma once
 
 #include "core/model/FileNode.h"
+#include "core/model/SkippedFolder.h"
 
 #include <iosfwd>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace brimvale::cli {
 
@@ -25,6 +27,11 @@ public:
     TreeJsonWriter& operator=(const TreeJsonWriter&) = delete;
 
     void write(const FileNode& root);
+    // The same, with the root object carrying
+    //   "unreadableFolders":[{"path":"/b/c","reason":"…"},…]
+    // before its children: the folders the scan could not read (paths below the scanned
+    // folder; "[]" when every folder was read).
+    void write(const FileNode& root, const std::vector<SkippedFolder>& unreadableFolders);
 
     // `text` as a JSON string literal, quotes included, invalid UTF-8 bytes as U+FFFD.
     static void appendJsonString(std::string& buffer, std::string_view text);
@@ -32,7 +39,9 @@ public:
     static void appendIso8601(std::string& buffer, double unixSeconds);
 
 private:
-    void appendNodeOpening(const FileNode& node);
+    void write(const FileNode& root, const std::vector<SkippedFolder>* unreadableFolders);
+    void appendNodeOpening(const FileNode& node,
+                           const std::vector<SkippedFolder>* unreadableFolders = nullptr);
     void flushIfFull();
     void flush();
 

@@ -33,6 +33,12 @@ struct ProgressMailbox {
     bool jobQueued = false;
 };
 
+// The folders a scan could not read, as its threads report them.
+struct SkippedFolderList {
+    std::mutex mutex; // guards folders
+    std::vector<SkippedFolder> folders;
+};
+
 } // namespace
 
 void ScannerViewModel::markRemoteLoading(const std::string& remoteID) {
@@ -254,6 +260,12 @@ void ScannerViewModel::runScanInBackground(const ProviderRef& provider, const st
             }
         });
     };
+    parameters.listOneFolderAtATime = listsOneFolderAtATime(remoteID);
+    auto skipped = std::make_shared<SkippedFolderList>();
+    parameters.onSkippedFolder = [skipped](const SkippedFolder& folder) {
+        std::lock_guard lock(skipped->mutex);
+        skipped->folders.push_back(folder);
+    };
     parameters.partialStructure = [this, alive, mainQueue, remoteID,
                                    generation](const FileNodeRef& root) {
         const auto deliver = [this, alive, remoteID, generation, root] {
@@ -281,11 +293,20 @@ void ScannerViewModel::runScanInBackground(const ProviderRef& provider, const st
         occupied = provider->totalOccupiedBytesForScanPath(scanPath, stopToken);
     }
     throwIfCancelled(stopToken);
-    postIfCurrent(remoteID, generation, [this, remoteID, root, savedDate, occupied] {
-        applyPaneState(State::Done{root, savedDate, occupied}, remoteID);
-        latestScanProgressByRemote_.erase(remoteID);
-        liveScanRootByRemote_.erase(remoteID);
-    });
+    std::vector<SkippedFolder> skippedFolders;
+    {
+        std::lock_guard lock(skipped->mutex);
+        skippedFolders = std::move(skipped->folders);
+    }
+    postIfCurrent(remoteID, generation,
+                  [this, remoteID, root, savedDate, occupied,
+                   skippedFolders = std::move(skippedFolders)]() mutable {
+                      applyPaneState(
+                          State::Done{root, savedDate, occupied, std::move(skippedFolders)},
+                          remoteID);
+                      latestScanProgressByRemote_.erase(remoteID);
+                      liveScanRootByRemote_.erase(remoteID);
+                  });
 }
 
 void ScannerViewModel::receiveProgress(const std::string& remoteID, const ScanProgress& progress) {
@@ -466,6 +487,9 @@ void ScannerViewModel::openAccount(const ProviderRef& provider, const OpenAccoun
     if (request.localScanPath) {
         rememberLocalScanPath(id, *request.localScanPath);
     }
+    if (request.listOneFolderAtATime) {
+        listingModeOverrideByRemote_[id] = *request.listOneFolderAtATime;
+    }
     if (request.rescan) {
         rescan();
         return;
@@ -504,6 +528,24 @@ void ScannerViewModel::cancelLocalDiskScanPicker() {
         applyPaneState(State::idle(), *pending);
     } else if (activeProvider_) {
         applyPaneState(State::idle(), activeProvider_->remoteID());
+    }
+}
+
+bool ScannerViewModel::listsOneFolderAtATime(const std::string& remoteID) const {
+    if (const auto chosen = listingModeOverrideByRemote_.find(remoteID);
+        chosen != listingModeOverrideByRemote_.end()) {
+        return chosen->second;
+    }
+    return options_.settings->boolValue(SettingsKeys::listOneFolderAtATime(remoteID))
+        .value_or(false);
+}
+
+void ScannerViewModel::setListsOneFolderAtATime(const std::string& remoteID, bool oneAtATime) {
+    listingModeOverrideByRemote_.erase(remoteID);
+    if (oneAtATime) {
+        options_.settings->setBool(SettingsKeys::listOneFolderAtATime(remoteID), true);
+    } else {
+        options_.settings->remove(SettingsKeys::listOneFolderAtATime(remoteID));
     }
 }
 

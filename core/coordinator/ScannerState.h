@@ -4,6 +4,7 @@
 #include "core/model/Date.h"
 #include "core/model/FileNode.h"
 #include "core/model/ScanProgress.h"
+#include "core/model/SkippedFolder.h"
 #include "core/rclone/ScanErrorInfo.h"
 
 #include <cstdint>
@@ -11,6 +12,7 @@
 #include <optional>
 #include <string>
 #include <variant>
+#include <vector>
 
 namespace brimvale {
 
@@ -40,6 +42,8 @@ public:
         FileNodeRef root;
         std::optional<Date> savedDate;
         std::optional<std::int64_t> occupiedBytes;
+        // Folders this scan could not read (empty for a saved scan that was opened).
+        std::vector<SkippedFolder> skippedFolders;
     };
     struct Error {
         ScanErrorInfo info;

@@ -275,12 +275,9 @@ void ScannerViewModel::refreshProviders(std::function<void()> onFinished) {
         std::optional<AccountDirectory> directory;
         std::optional<std::string> failure;
         try {
-            // Two runs of rclone, side by side: the account list opens in the time of one.
-            auto dumpRun = std::async(std::launch::async, [this, token] {
-                return addAccountHelper_.configDumpDictionary(token);
-            });
-            const auto remotes = addAccountHelper_.remotesFromConfig(token);
-            const auto dump = dumpRun.get();
+            // One run of rclone: the dump names every remote and holds its settings.
+            const auto dump = addAccountHelper_.configDumpDictionary(token);
+            const auto remotes = configuredRemotes(dump);
             std::vector<std::string> names;
             names.reserve(remotes.size());
             for (const auto& remote : remotes) {

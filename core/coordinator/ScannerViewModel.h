@@ -156,8 +156,15 @@ public:
     struct OpenAccountRequest {
         std::optional<std::string> localScanPath;
         bool rescan = false;
+        // For this session: list the account one folder per rclone run (true) or in one
+        // recursive listing (false), whatever the account's setting says.
+        std::optional<bool> listOneFolderAtATime;
     };
     void openAccount(const ProviderRef& provider, const OpenAccountRequest& request);
+    // The account's setting "List one folder at a time" (cloud accounts), which the next scan
+    // follows; a session's choice made with openAccount comes first.
+    bool listsOneFolderAtATime(const std::string& remoteID) const;
+    void setListsOneFolderAtATime(const std::string& remoteID, bool oneAtATime);
     // Cancels every running scan the way cancelScan does (partial trees are saved) and every
     // other background run; for quitting. `waitForSavedScans` then waits for the saves.
     void cancelAllWork();
@@ -361,6 +368,8 @@ private:
     std::map<std::string, Clock::time_point> lastLiveUIPaneEmit_;
     std::map<std::string, Clock::time_point> lastScanCheckpointTime_;
     std::map<std::string, std::string> localScanPathByRemoteID_;
+    // Listing modes chosen for this session (brimvale-cli scan --per-folder), by account id.
+    std::map<std::string, bool> listingModeOverrideByRemote_;
     std::map<std::string, std::string> lastScanCacheStemByRemoteID_;
     std::map<std::uint64_t, std::unique_ptr<Task>> tasks_;
     std::uint64_t nextTaskID_ = 1;

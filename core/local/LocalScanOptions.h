@@ -2,6 +2,7 @@
 
 #include "core/local/DirectoryReader.h"
 #include "core/local/QuietPrefixes.h"
+#include "core/model/SkippedFolder.h"
 
 #include <chrono>
 #include <functional>
@@ -10,14 +11,6 @@
 #include <vector>
 
 namespace brimvale {
-
-// A folder that a local scan could not list; it stays empty in the tree.
-struct SkippedFolder {
-    std::string location; // absolute file-system location ("/" for the root)
-    std::string reason;   // "Permission denied", "no answer for 4s"…
-    bool timedOut = false;
-    bool quiet = false; // under a quiet prefix: no permission prompt
-};
 
 // How a local scan runs. Value type; the callbacks are called from the scan's worker threads,
 // one call at a time.

@@ -473,13 +473,19 @@ void LocalScanRun::listFolder(DirectoryJob& job, Worker& worker, std::vector<Dir
 void LocalScanRun::reportSkippedFolder(const DirectoryJob& job, std::string reason, bool timedOut) {
     const bool quiet = QuietPrefixes::contains(options_.quietPrefixes, job.path->view());
     std::lock_guard guard(callbackLock_);
-    if (options_.onSkippedFolder) {
+    if (options_.onSkippedFolder || parameters_.onSkippedFolder) {
         std::string location = "/";
         location.append(job.path->view());
-        options_.onSkippedFolder(SkippedFolder{.location = std::move(location),
-                                               .reason = std::move(reason),
-                                               .timedOut = timedOut,
-                                               .quiet = quiet});
+        const SkippedFolder folder{.location = std::move(location),
+                                   .reason = std::move(reason),
+                                   .timedOut = timedOut,
+                                   .quiet = quiet};
+        if (options_.onSkippedFolder) {
+            options_.onSkippedFolder(folder);
+        }
+        if (parameters_.onSkippedFolder) {
+            parameters_.onSkippedFolder(folder);
+        }
     }
     if (!quiet && options_.onPermissionError) {
         options_.onPermissionError();

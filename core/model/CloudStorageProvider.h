@@ -2,6 +2,7 @@
 
 #include "core/model/FileNode.h"
 #include "core/model/ScanProgress.h"
+#include "core/model/SkippedFolder.h"
 
 #include <cstdint>
 #include <functional>
@@ -31,6 +32,11 @@ struct ScanParameters {
     MainQueue* mainQueue = nullptr;
     // Cancels the scan: the provider stops promptly and throws CancellationError.
     std::stop_token stopToken;
+    // Cloud accounts: one rclone run per folder instead of one recursive listing.
+    bool listOneFolderAtATime = false;
+    // Receives each folder the scan could not read (it stays empty, or partly listed), from
+    // the scanning thread, before the scan returns; may be empty.
+    std::function<void(const SkippedFolder&)> onSkippedFolder;
 };
 
 // An account that can be scanned: an rclone remote or the local disk. Operations that talk to

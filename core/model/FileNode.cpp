@@ -145,6 +145,18 @@ std::optional<std::string_view> FileNode::mimeType() const {
     return std::string_view(*providerFields_->mimeType);
 }
 
+void FileNode::setListingDetails(std::optional<Date> modifiedDate,
+                                 std::optional<std::string> providerID,
+                                 std::optional<std::string> mimeType) {
+    modifiedDate_ = modifiedDate ? modifiedDate->secondsSinceReferenceDate : std::nan("");
+    if (providerID || mimeType) {
+        providerFields_ = std::make_unique<ProviderFields>(
+            ProviderFields{std::move(providerID), std::move(mimeType)});
+    } else {
+        providerFields_.reset();
+    }
+}
+
 void FileNode::addChild(FileNodeRef child) {
     size_ = checkedAdd(size_, child->size_, "folder size overflow while adding a child");
     children_.push_back(std::move(child));

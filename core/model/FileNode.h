@@ -82,6 +82,10 @@ public:
     std::optional<Date> modifiedDate() const;
     std::optional<std::string_view> providerID() const;
     std::optional<std::string_view> mimeType() const;
+    // Replaces the date, provider id and MIME type: a streamed listing updates a folder it
+    // made on demand, or one kept from an earlier scan, once the folder's own entry arrives.
+    void setListingDetails(std::optional<Date> modifiedDate, std::optional<std::string> providerID,
+                           std::optional<std::string> mimeType);
 
     const std::vector<FileNodeRef>& children() const { return children_; }
     // The children in their current, already sorted order.

@@ -97,7 +97,7 @@ std::vector<char*> pointersTo(std::vector<std::string>& strings) {
 }
 
 // Reads what the pipe holds now; closes it (and sets `fd` to -1) at its end.
-void readAvailable(int& fd, ChildOutputStream stream, std::string& into,
+void readAvailable(int& fd, ChildOutputStream stream, std::string* into,
                    const ChildOutputObserver& observer) {
     char buffer[65536];
     for (;;) {
@@ -107,7 +107,9 @@ void readAvailable(int& fd, ChildOutputStream stream, std::string& into,
             if (observer) {
                 observer(stream, chunk);
             }
-            into.append(chunk);
+            if (into != nullptr) {
+                into->append(chunk);
+            }
             continue;
         }
         if (count < 0 && errno == EINTR) {
@@ -317,7 +319,8 @@ int ChildProcess::reap() {
     return status;
 }
 
-ChildProcessResult ChildProcess::collectOutputAndWait(const ChildOutputObserver& observer) {
+ChildProcessResult ChildProcess::collectOutputAndWait(const ChildOutputObserver& observer,
+                                                      bool keepStandardOutput) {
     ChildProcessResult result;
     {
         std::lock_guard lock(mutex_);
@@ -344,11 +347,11 @@ ChildProcessResult ChildProcess::collectOutputAndWait(const ChildOutputObserver&
             throwSystemError(errno, "could not wait for the output of a child process");
         }
         if (standardOutput_ >= 0) {
-            readAvailable(standardOutput_, ChildOutputStream::standardOutput, result.standardOutput,
-                          observer);
+            readAvailable(standardOutput_, ChildOutputStream::standardOutput,
+                          keepStandardOutput ? &result.standardOutput : nullptr, observer);
         }
         if (standardError_ >= 0) {
-            readAvailable(standardError_, ChildOutputStream::standardError, result.standardError,
+            readAvailable(standardError_, ChildOutputStream::standardError, &result.standardError,
                           observer);
         }
         exited = childHasExited();
@@ -363,13 +366,14 @@ ChildProcessResult ChildProcess::collectOutputAndWait(const ChildOutputObserver&
                 ChildOutputStream stream;
                 std::string* into;
             };
-            for (const Stream& stream : {Stream{&standardOutput_, ChildOutputStream::standardOutput,
-                                                &result.standardOutput},
-                                         Stream{&standardError_, ChildOutputStream::standardError,
-                                                &result.standardError}}) {
+            for (const Stream& stream :
+                 {Stream{&standardOutput_, ChildOutputStream::standardOutput,
+                         keepStandardOutput ? &result.standardOutput : nullptr},
+                  Stream{&standardError_, ChildOutputStream::standardError,
+                         &result.standardError}}) {
                 int* fd = stream.fd;
                 if (*fd >= 0) {
-                    readAvailable(*fd, stream.stream, *stream.into, observer);
+                    readAvailable(*fd, stream.stream, stream.into, observer);
                 }
                 if (*fd >= 0) {
                     ::close(std::exchange(*fd, -1));

@@ -103,8 +103,10 @@ public:
     // when given, sees every chunk on this thread as soon as it is read; an exception it
     // throws ends this call, and a second call then finishes the collection (what the first
     // call read is not returned again; after a finished collection it returns nothing), or
-    // the destructor kills the child.
-    ChildProcessResult collectOutputAndWait(const ChildOutputObserver& observer = {});
+    // the destructor kills the child. Without `keepStandardOutput`, standard output goes to
+    // the observer only (a streamed listing never holds the whole of it).
+    ChildProcessResult collectOutputAndWait(const ChildOutputObserver& observer = {},
+                                            bool keepStandardOutput = true);
 
 private:
     ChildProcess(pid_t pid, int standardOutput, int standardError, int standardInput,

@@ -1,12 +1,22 @@
 #include "core/rclone/RcloneAdapter.h"
 
+#include "core/persistence/settings/ScanUISettings.h"
+#include "core/persistence/settings/SettingsKeys.h"
 #include "core/rclone/GCSScanSettings.h"
 #include "core/rclone/ObjectStorageScanPrefix.h"
 #include "core/rclone/RcloneListingMerge.h"
 #include "core/rclone/RcloneListingParser.h"
 #include "core/rclone/RcloneProviderType.h"
+#include "core/rclone/RcloneStreamedScan.h"
 #include "core/rclone/RcloneTreeScan.h"
 #include "core/rclone/Utf8Text.h"
+#include "core/support/ScanDiagnostics.h"
+#include "core/support/SettingsStore.h"
+#include "core/support/Task.h"
+
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
 
 namespace brimvale {
 namespace {
@@ -35,6 +45,19 @@ bool isAWSEndpoint(const RemoteConfigSection& section) {
 
 } // namespace
 
+bool parseBackendListsRecursively(std::string_view featuresJSON) {
+    const auto document = nlohmann::json::parse(featuresJSON, nullptr, false);
+    if (!document.is_object()) {
+        return false;
+    }
+    const auto features = document.find("Features");
+    if (features == document.end() || !features->is_object()) {
+        return false;
+    }
+    const auto listR = features->find("ListR");
+    return listR != features->end() && listR->is_boolean() && listR->get<bool>();
+}
+
 RcloneAdapter::RcloneAdapter(std::string remoteID, std::string displayName,
                              RcloneAdapterOptions options)
     : remoteID_(std::move(remoteID))
@@ -42,7 +65,59 @@ RcloneAdapter::RcloneAdapter(std::string remoteID, std::string displayName,
     , options_(std::move(options)) {}
 
 bool RcloneAdapter::isConfigured(std::stop_token stopToken) {
+    if (options_.configSection) {
+        return true;
+    }
     return configDumpDictionary(std::move(stopToken)).contains(remoteID_);
+}
+
+std::vector<std::string> RcloneAdapter::recursiveLsjsonArguments(const std::string& target,
+                                                                 bool fastList) const {
+    std::vector<std::string> arguments{"lsjson", "-R"};
+    if (fastList) {
+        arguments.emplace_back("--fast-list");
+    }
+    for (auto& flag : extraLsjsonFlags()) {
+        arguments.push_back(std::move(flag));
+    }
+    arguments.emplace_back("--checkers");
+    arguments.push_back(std::to_string(std::max(1, ScanUISettings::cloudListingCheckers.load())));
+    arguments.emplace_back("--");
+    arguments.push_back(target);
+    return arguments;
+}
+
+bool RcloneAdapter::backendListsRecursively(std::stop_token stopToken) const {
+    const std::string key = SettingsKeys::recursiveListingFeature(remoteID_);
+    const std::string type = rcloneType();
+    if (options_.settings) {
+        if (const auto stored = options_.settings->stringValue(key)) {
+            if (*stored == type + "=yes") {
+                return true;
+            }
+            if (*stored == type + "=no") {
+                return false;
+            }
+        }
+    }
+    bool listsRecursively = false;
+    try {
+        const std::string answer = options_.runner.runRclone(
+            {"backend", "features", "--", remoteID_ + ":"}, displayName_, stopToken);
+        listsRecursively = parseBackendListsRecursively(answer);
+    } catch (const CancellationError&) {
+        throw;
+    } catch (const std::exception& error) {
+        // The listing itself will say what is wrong, if anything; one folder at a time is
+        // always possible.
+        ScanDiagnostics::log("backend features unavailable remote=" + remoteID_ + ": " +
+                             error.what());
+        return false;
+    }
+    if (options_.settings) {
+        options_.settings->setString(key, type + (listsRecursively ? "=yes" : "=no"));
+    }
+    return listsRecursively;
 }
 
 std::vector<std::string> RcloneAdapter::lsjsonArguments(const std::string& target) const {
@@ -76,6 +151,23 @@ std::vector<FileNodeRef> RcloneAdapter::listDirectory(const std::string& path,
 }
 
 FileNodeRef RcloneAdapter::scan(const ScanParameters& parameters) {
+    if (!parameters.listOneFolderAtATime) {
+        const std::string target = remoteID_ + ":" + parameters.path;
+        const std::vector<std::string> arguments =
+            recursiveLsjsonArguments(target, backendListsRecursively(parameters.stopToken));
+        RcloneStreamedScan scan(
+            remoteID_,
+            {.run =
+                 [this, arguments](const std::function<void(std::string_view)>& onOutput,
+                                   std::stop_token stopToken) {
+                     return options_.runner.runRcloneStreaming(arguments, onOutput,
+                                                               std::move(stopToken));
+                 },
+             .target = target,
+             .remoteLabelForErrors = displayName_},
+            parameters);
+        return scan.run();
+    }
     RcloneTreeScan scan(
         remoteID_,
         [this](const std::string& target, std::stop_token stopToken) {

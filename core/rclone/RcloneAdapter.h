@@ -18,16 +18,18 @@ class SettingsStore;
 struct RcloneAdapterOptions {
     // Finds and runs rclone; tests point it at their own configuration.
     RcloneRunner runner;
-    // Where object-storage scan roots are kept (for web links); may be null.
-    std::shared_ptr<const SettingsStore> settings;
+    // Where object-storage scan roots are kept (for web links), and what the backend answered
+    // about recursive listings; may be null (then it is asked at every scan).
+    std::shared_ptr<SettingsStore> settings;
     // The account's settings from the configuration dump, when the caller has them (for web
     // links: whether an S3 remote is AWS).
     std::optional<RemoteConfigSection> configSection;
 };
 
-// An rclone remote as a cloud account: scans list it one folder at a time with
-// `rclone lsjson`, and account configuration goes through `rclone config`. The base of every
-// cloud adapter; subclasses change the type, the listing flags and the web links.
+// An rclone remote as a cloud account: a scan is one recursive `rclone lsjson -R` run, read as
+// it streams (or, on request, one `rclone lsjson` run per folder), and account configuration
+// goes through `rclone config`. The base of every cloud adapter; subclasses change the type,
+// the listing flags and the web links.
 //
 // Thread safety: an adapter holds no mutable state; every operation may be called from any
 // background thread (all of them block on rclone), never from the main thread.
@@ -41,10 +43,13 @@ public:
 
     // Listing flags after "lsjson" and before the target.
     virtual std::vector<std::string> extraLsjsonFlags() const { return {}; }
-    // Whether listings ask for "--fast-list" (no adapter does today; the hook is kept).
+    // Whether one-folder listings ask for "--fast-list" (no adapter does; the hook is kept).
+    // Recursive listings ask for it whenever the backend can list a tree in one go.
     virtual bool useFastListForRecursiveScan() const { return false; }
 
-    // Whether the configuration has a section for this remote.
+    // Whether the configuration has a section for this remote. An adapter made from the
+    // account list knows without asking rclone again; a remote deleted since then makes the
+    // listing fail with remoteNotConfigured.
     bool isConfigured(std::stop_token stopToken) override;
     std::vector<FileNodeRef> listDirectory(const std::string& path,
                                            std::stop_token stopToken) override;
@@ -55,6 +60,14 @@ public:
 
     // The command line of one listing of `target` ("remote:path"), without the program.
     std::vector<std::string> lsjsonArguments(const std::string& target) const;
+    // The command line of the recursive listing of `target`: "lsjson", "-R", "--fast-list"
+    // when the backend lists trees in one go, the extra flags, "--checkers" N, "--", target.
+    std::vector<std::string> recursiveLsjsonArguments(const std::string& target,
+                                                      bool fastList) const;
+    // Whether the backend lists a whole tree in one request (rclone's ListR feature): asked
+    // with `rclone backend features` once and kept in the settings. False when it cannot be
+    // asked.
+    bool backendListsRecursively(std::stop_token stopToken) const;
     // One listing run, decoded.
     std::vector<RcloneEntry> listEntries(const std::string& target,
                                          std::stop_token stopToken) const;
@@ -85,5 +98,9 @@ private:
     std::string displayName_;
     RcloneAdapterOptions options_;
 };
+
+// Whether `rclone backend features` output says the backend lists a tree in one go
+// ("Features": {"ListR": true}); false for anything else. Pure.
+bool parseBackendListsRecursively(std::string_view featuresJSON);
 
 } // namespace brimvale

@@ -139,6 +139,23 @@ private:
     std::string containerPath_;
 };
 
+RcloneEntry decodeEntry(const Json& element, std::size_t index) {
+    const std::string elementPath = "Index " + std::to_string(index);
+    if (!element.is_object()) {
+        typeMismatch("Object", element, elementPath);
+    }
+    const EntryDecoder decoder(element, elementPath);
+    RcloneEntry entry;
+    entry.path = decoder.requiredString("Path");
+    entry.name = decoder.requiredString("Name");
+    entry.rawSize = decoder.requiredInt64("Size");
+    entry.modTime = decoder.optionalString("ModTime");
+    entry.isDir = decoder.requiredBool("IsDir");
+    entry.id = decoder.optionalString("ID");
+    entry.mimeType = decoder.optionalString("MimeType");
+    return entry;
+}
+
 std::vector<RcloneEntry> decodeEntries(const Json& document) {
     if (!document.is_array()) {
         typeMismatch("Array", document, "");
@@ -147,20 +164,7 @@ std::vector<RcloneEntry> decodeEntries(const Json& document) {
     entries.reserve(document.size());
     std::size_t index = 0;
     for (const Json& element : document) {
-        const std::string elementPath = "Index " + std::to_string(index++);
-        if (!element.is_object()) {
-            typeMismatch("Object", element, elementPath);
-        }
-        const EntryDecoder decoder(element, elementPath);
-        RcloneEntry entry;
-        entry.path = decoder.requiredString("Path");
-        entry.name = decoder.requiredString("Name");
-        entry.rawSize = decoder.requiredInt64("Size");
-        entry.modTime = decoder.optionalString("ModTime");
-        entry.isDir = decoder.requiredBool("IsDir");
-        entry.id = decoder.optionalString("ID");
-        entry.mimeType = decoder.optionalString("MimeType");
-        entries.push_back(std::move(entry));
+        entries.push_back(decodeEntry(element, index++));
     }
     return entries;
 }
@@ -197,6 +201,35 @@ std::vector<RcloneEntry> parseJSON(std::string_view data, std::string_view listi
                                     std::string(listingContext) + ": " + description +
                                     " (JSON length: " + std::to_string(data.size()) +
                                     " bytes; starts: " + starts + "; ends: " + ends + ")");
+}
+
+std::optional<RcloneEntry> tryParseEntryLine(std::string_view line, std::size_t index) {
+    const Json element = Json::parse(line.begin(), line.end(), nullptr, false);
+    if (element.is_discarded()) {
+        return std::nullopt;
+    }
+    try {
+        return decodeEntry(element, index);
+    } catch (const DecodingFailure&) {
+        return std::nullopt;
+    }
+}
+
+RcloneEntry parseEntryLine(std::string_view line, std::size_t index,
+                           std::string_view listingContext) {
+    std::string description;
+    try {
+        return decodeEntry(Json::parse(line.begin(), line.end()), index);
+    } catch (const Json::exception& error) {
+        description =
+            "Invalid or incomplete JSON (often truncated output): " + explanationOf(error);
+    } catch (const DecodingFailure& failure) {
+        description = failure.description;
+    }
+    throw BrimvaleError::parseError("Could not parse folder listing for " +
+                                    std::string(listingContext) + ": " + description + " (entry " +
+                                    std::to_string(index + 1) + ": " +
+                                    Utf8Text::decodeLossy(line.substr(0, 200)) + ")");
 }
 
 } // namespace brimvale

@@ -2,6 +2,7 @@
 
 #include "core/rclone/RcloneEntry.h"
 
+#include <optional>
 #include <string_view>
 #include <vector>
 
@@ -18,5 +19,15 @@ namespace brimvale {
 // <what went wrong> (JSON length: N bytes; starts: <first 200 bytes>; ends: <last 120
 // bytes>)"). Pure: safe on any thread.
 std::vector<RcloneEntry> parseJSON(std::string_view data, std::string_view listingContext);
+
+// Decodes one element of a listing that arrives line by line (`rclone lsjson -R` writes one
+// object per line): `line` is the object's text without the separating comma; `index` counts
+// from 0. Throws BrimvaleError::parseError("Could not parse folder listing for
+// <listingContext>: <what went wrong> (entry N: <first 200 bytes>)"). Pure.
+RcloneEntry parseEntryLine(std::string_view line, std::size_t index,
+                           std::string_view listingContext);
+
+// The same without an error: nothing when `line` is not (yet) a whole entry.
+std::optional<RcloneEntry> tryParseEntryLine(std::string_view line, std::size_t index);
 
 } // namespace brimvale

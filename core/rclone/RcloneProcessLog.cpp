@@ -1,5 +1,7 @@
 #include "core/rclone/RcloneProcessLog.h"
 
+#include "core/support/ScanDiagnostics.h"
+
 #include <mutex>
 #include <syslog.h>
 #include <utility>
@@ -28,6 +30,11 @@ void debug(std::string_view line) {
     }
     if (writer) {
         writer(line);
+        return;
+    }
+    if (ScanDiagnostics::stdoutEnabled()) {
+        // With the scan debug switch on, runs show on standard error among the scan's lines.
+        ScanDiagnostics::log(line);
         return;
     }
     // LOG_PID|LOG_USER with ident "brimvale", as the scan log opens it; openlog is idempotent.

@@ -109,6 +109,50 @@ std::string RcloneRunner::runRcloneCollectingStdout(const std::vector<std::strin
     return std::move(result.standardOutput);
 }
 
+StreamedRcloneRun
+RcloneRunner::runRcloneStreaming(const std::vector<std::string>& arguments,
+                                 const std::function<void(std::string_view)>& onOutput,
+                                 std::stop_token stopToken) const {
+    const auto program = resolveRclonePath();
+    if (!program) {
+        throw BrimvaleError::rcloneNotInstalled();
+    }
+    throwIfCancelled(stopToken);
+
+    RcloneRunState state;
+    const std::stop_callback onCancel(stopToken, [&state] { state.requestCancellation(); });
+    RcloneRunQueue& queue = options_.runQueue ? *options_.runQueue : RcloneRunQueue::shared();
+    const auto slot = queue.acquire(stopToken);
+
+    RcloneProcessLog::debug("rclone spawn args=" + argumentsForLog(arguments));
+    const auto start = std::chrono::steady_clock::now();
+    state.launch({.executable = *program,
+                  .arguments = arguments,
+                  .environmentChanges = options_.environmentChanges,
+                  .killGracePeriod = options_.killGracePeriod,
+                  .standardInput = ChildStandardInput::nullDevice});
+    std::size_t outputBytes = 0;
+    ChildProcessResult result = state.process().collectOutputAndWait(
+        [&](ChildOutputStream stream, std::string_view chunk) {
+            if (stream == ChildOutputStream::standardOutput && !state.cancellationRequested()) {
+                outputBytes += chunk.size();
+                onOutput(chunk);
+            }
+        },
+        false);
+    const long long elapsed = millisecondsSince(start);
+    if (state.cancellationRequested()) {
+        RcloneProcessLog::debug(
+            "rclone stopped by cancel exit=" + std::to_string(result.exitStatus) +
+            " ms=" + std::to_string(elapsed));
+        throw CancellationError();
+    }
+    RcloneProcessLog::debug("rclone exit=" + std::to_string(result.exitStatus) + " stdoutBytes=" +
+                            std::to_string(outputBytes) + " ms=" + std::to_string(elapsed) +
+                            " stderrBytes=" + std::to_string(result.standardError.size()));
+    return {.exitStatus = result.exitStatus, .standardError = std::move(result.standardError)};
+}
+
 std::string RcloneRunner::runRclone(const std::vector<std::string>& arguments,
                                     const std::string& remoteLabelForErrors,
                                     std::stop_token stopToken) const {

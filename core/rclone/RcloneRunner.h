@@ -4,6 +4,7 @@
 #include "core/rclone/RclonePathResolver.h"
 
 #include <chrono>
+#include <functional>
 #include <optional>
 #include <stop_token>
 #include <string>
@@ -12,6 +13,12 @@
 namespace brimvale {
 
 class RcloneRunQueue;
+
+// How a streamed run ended; its standard output went to the caller as it came.
+struct StreamedRcloneRun {
+    int exitStatus = 0;
+    std::string standardError; // as rclone wrote it (bytes, not decoded)
+};
 
 struct RcloneRunnerOptions {
     RcloneSearchLocations searchLocations = RcloneSearchLocations::standard();
@@ -54,6 +61,16 @@ public:
     std::string runRclone(const std::vector<std::string>& arguments,
                           const std::string& remoteLabelForErrors,
                           std::stop_token stopToken = {}) const;
+
+    // Runs rclone and hands its standard output to `onOutput` chunk by chunk, on this thread,
+    // as the child writes it; standard output is never held whole. A non-zero exit is not an
+    // error here: the caller reads the status and standard error. Throws
+    // BrimvaleError::rcloneNotInstalled, std::system_error when the child cannot be started,
+    // CancellationError when `stopToken` is stopped (the child is terminated), and whatever
+    // `onOutput` throws (the child is then killed).
+    StreamedRcloneRun runRcloneStreaming(const std::vector<std::string>& arguments,
+                                         const std::function<void(std::string_view)>& onOutput,
+                                         std::stop_token stopToken = {}) const;
 
 private:
     RcloneRunnerOptions options_;

@@ -6,9 +6,7 @@
 #include "core/support/Task.h"
 
 namespace brimvale {
-namespace {
-
-std::string rootName(const std::string& path, const std::string& remoteID) {
+std::string RcloneTreeScan::rootName(const std::string& path, const std::string& remoteID) {
     std::string_view name = path;
     while (name.ends_with('/')) {
         name.remove_suffix(1);
@@ -20,8 +18,6 @@ std::string rootName(const std::string& path, const std::string& remoteID) {
     return name.empty() ? remoteID : std::string(name);
 }
 
-} // namespace
-
 RcloneTreeScan::RcloneTreeScan(std::string remoteID, ListFolder listFolder,
                                const ScanParameters& parameters)
     : remoteID_(std::move(remoteID))
@@ -31,6 +27,9 @@ RcloneTreeScan::RcloneTreeScan(std::string remoteID, ListFolder listFolder,
 std::string RcloneTreeScan::childTarget(const std::string& target, std::string_view childName) {
     // Joining "remote:" with a slash would make the path absolute ("sftp:/Photos" is the
     // server's /Photos, not Photos in the home folder).
+    if (childName.empty()) {
+        return target;
+    }
     if (target.ends_with(':') || target.ends_with('/')) {
         return target + std::string(childName);
     }

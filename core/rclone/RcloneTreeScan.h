@@ -37,8 +37,11 @@ public:
     // listing still has them), else a new folder named after the scanned path.
     FileNodeRef run();
 
-    // "remote:" + "a" is "remote:a"; "remote:a" + "b" is "remote:a/b".
+    // "remote:" + "a" is "remote:a"; "remote:a" + "b" is "remote:a/b"; an empty child gives
+    // the target itself.
     static std::string childTarget(const std::string& target, std::string_view childName);
+    // The name of a new scan root: the last component of `path`, else the remote's id.
+    static std::string rootName(const std::string& path, const std::string& remoteID);
 
 private:
     struct Folder {

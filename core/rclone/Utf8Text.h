@@ -12,6 +12,9 @@ namespace brimvale::Utf8Text {
 // subpart, the Unicode recommendation), so decoding never fails.
 std::string decodeLossy(std::string_view bytes);
 
+// One code point as UTF-8; a surrogate or a value above U+10FFFF gives U+FFFD.
+std::string encodeCodePoint(char32_t codePoint);
+
 // The number of Unicode code points of valid UTF-8 text (what the user counts as characters
 // for the texts we cap; combining marks count separately).
 std::size_t characterCount(std::string_view text);

@@ -34,19 +34,27 @@ protected:
 
     std::filesystem::path cacheFile(const std::string& stem) const { return cli.cacheFile(stem); }
 
-    // A remote whose scan takes seconds: one rclone run per folder.
+    // A remote whose scan takes seconds: an SFTP server that rclone may ask only ten times a
+    // second (the scans run with kSlowListing in their environment).
     void addSlowRemote() {
         for (int i = 0; i < 120; ++i) {
             slowTree.file("d" + std::to_string(i) + "/f.bin", 1000 + i);
         }
-        sandbox.addRemote("slow", "alias", {{"remote", slowTree.root()}});
+        slowServer = startSftpServer(sandbox, slowTree.root());
+        sandbox.addRemote("slow", "sftp",
+                          {{"host", "127.0.0.1"},
+                           {"port", std::to_string(slowServer.port)},
+                           {"user", "u"},
+                           {"pass", sandbox.obscured("p")}});
     }
+    static inline const EnvironmentChange kSlowListing{"RCLONE_TPSLIMIT", "10"};
 
     RcloneSandbox sandbox;
     TemporaryFolder home;
     CliProgram cli{sandbox, home.path()};
     TemporaryTree tree;
     TemporaryTree slowTree;
+    RunningServer slowServer;
 };
 
 TEST_F(ScanCommandEndToEnd, ScansThenShowsTheSavedScanUntilAskedToRescan) {
@@ -108,7 +116,8 @@ TEST_F(ScanCommandEndToEnd, BadTargetsAndUnreachableRemotesSayWhatIsWrong) {
 
 TEST_F(ScanCommandEndToEnd, AKilledScanLeavesACheckpointThatTheNextRunShows) {
     addSlowRemote();
-    auto scan = start({"scan", "slow:", "--quiet"}, {{"BRIMVALE_CHECKPOINT_SECONDS", "0"}});
+    auto scan =
+        start({"scan", "slow:", "--quiet"}, {{"BRIMVALE_CHECKPOINT_SECONDS", "0"}, kSlowListing});
     ASSERT_TRUE(waitUntil([&] { return std::filesystem::exists(cacheFile("slow")); }));
     // Let a few more folders in, then kill without warning.
     std::this_thread::sleep_for(std::chrono::milliseconds(300));
@@ -126,11 +135,12 @@ TEST_F(ScanCommandEndToEnd, AKilledScanLeavesACheckpointThatTheNextRunShows) {
 
 TEST_F(ScanCommandEndToEnd, CtrlCStopsTheScanSavesWhatWasScannedAndExits130) {
     addSlowRemote();
-    auto scan = start({"scan", "slow:"}, {{"BRIMVALE_CHECKPOINT_SECONDS", "3600"}});
+    auto scan = start({"scan", "slow:"}, {{"BRIMVALE_CHECKPOINT_SECONDS", "3600"}, kSlowListing});
     // The first checkpoint comes with the first listing; remove it so that only the stop's
     // own save can leave a file.
     ASSERT_TRUE(waitUntil([&] { return std::filesystem::exists(cacheFile("slow")); }));
-    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    // Some folders' files come in meanwhile.
+    std::this_thread::sleep_for(std::chrono::milliseconds(1500));
     std::filesystem::remove(cacheFile("slow"));
     ::kill(scan->pid(), SIGINT);
     const auto stopped = scan->collectOutputAndWait();
@@ -143,6 +153,9 @@ TEST_F(ScanCommandEndToEnd, CtrlCStopsTheScanSavesWhatWasScannedAndExits130) {
     auto next = run({"scan", "slow:"});
     ASSERT_EQ(next.exitStatus, 0) << next.standardError;
     EXPECT_NE(next.standardOutput.find("cached just now"), std::string::npos);
+    // The stopped scan's sizes were added up before it was saved.
+    EXPECT_EQ(next.standardOutput.find("slow:  0 bytes"), std::string::npos) << next.standardOutput;
+    EXPECT_EQ(next.standardOutput.find("(120 files"), std::string::npos) << next.standardOutput;
 }
 
 } // namespace

@@ -21,6 +21,8 @@ struct CheckpointStep {
 };
 
 inline std::string appShortName = "Brimvale";
+// rclone's --checkers for a recursive cloud listing: how many folders it lists at once.
+inline std::atomic<int> cloudListingCheckers{8};
 inline std::atomic<bool> liveTreeDuringScan{false};
 
 inline double liveUIRefreshFloor = 0.12;

@@ -33,10 +33,23 @@ inline std::string azureObjectPrefix(std::string_view accountID) {
     return "Brimvale.objectPrefix.azure." + std::string(accountID);
 }
 
+// Bool: list the account one folder per rclone run instead of one recursive listing (for
+// providers that throttle recursive listings). Absent means false.
+inline std::string listOneFolderAtATime(std::string_view accountID) {
+    return "Brimvale.listOneFolderAtATime.v1." + std::string(accountID);
+}
+
+// Text: whether the account's backend lists a whole tree in one go (rclone's ListR feature),
+// as "<backend type>=yes" or "<backend type>=no"; asked once, asked again after a retyping.
+inline std::string recursiveListingFeature(std::string_view accountID) {
+    return "Brimvale.recursiveListingFeature.v1." + std::string(accountID);
+}
+
 // The keys that belong to one account, removed with it.
 inline std::vector<std::string> keysOwnedByAccount(std::string_view accountID) {
-    return {localScanPath(accountID), gcsScanBucket(accountID), s3ObjectPrefix(accountID),
-            azureObjectPrefix(accountID)};
+    return {localScanPath(accountID),        gcsScanBucket(accountID),
+            s3ObjectPrefix(accountID),       azureObjectPrefix(accountID),
+            listOneFolderAtATime(accountID), recursiveListingFeature(accountID)};
 }
 
 } // namespace brimvale::SettingsKeys

@@ -4,6 +4,7 @@
 #include "core/rclone/RcloneProcessLog.h"
 #include "core/support/ManualMainQueue.h"
 #include "core/support/Task.h"
+#include "tests/rclone/RcloneScanTestSupport.h"
 #include "tests/rclone/RcloneTestSupport.h"
 #include "tests/support/TreeBuilders.h"
 
@@ -18,100 +19,22 @@ namespace {
 
 using namespace std::chrono_literals;
 using testing::childNames;
+using testing::describe;
+using testing::expectConsistent;
+using testing::kSampleTree;
+using testing::makeSampleTree;
 using testing::RcloneSandbox;
+using testing::scanServingMainQueue;
 namespace fs = std::filesystem;
 
-// The tree every scan test lists: nested folders, an empty one, odd names.
-//   top.txt 10 | a/ { g 50, b/ { f1 100, f2 200 } } | c/ {} | "sp ace & ü"/ { x 7 }
-void makeSampleTree(const fs::path& root) {
-    testing::writeFileOfSize(root / "top.txt", 10);
-    testing::writeFileOfSize(root / "a" / "g", 50);
-    testing::writeFileOfSize(root / "a" / "b" / "f1", 100);
-    testing::writeFileOfSize(root / "a" / "b" / "f2", 200);
-    fs::create_directories(root / "c");
-    testing::writeFileOfSize(root / "sp ace & \xC3\xBC" / "x", 7);
-}
-
-// name:size(children…) for a whole tree, children in their order.
-std::string describe(const FileNode& node) {
-    std::string text = std::string(node.name()) + ":" + std::to_string(node.size());
-    if (node.isDirectory()) {
-        text += "(";
-        for (std::size_t i = 0; i < node.children().size(); ++i) {
-            text += (i ? " " : "") + describe(*node.children()[i]);
-        }
-        text += ")";
-    }
-    return text;
-}
-
-// Every node's parent link, path and scan mark are what the tree says.
-void expectConsistent(const FileNode& node, std::int64_t session) {
-    for (const auto& child : node.children()) {
-        EXPECT_EQ(child->parent(), &node) << child->path();
-        EXPECT_EQ(child->scanGeneration(), session) << child->path();
-        const std::string base = node.path() == "/" ? "" : node.path();
-        EXPECT_EQ(child->path(), base + "/" + std::string(child->name()));
-        expectConsistent(*child, session);
-    }
-}
-
-struct ScanOutcome {
-    FileNodeRef root;
-    std::exception_ptr failure;
-    std::vector<ScanProgress> progress;
-    int partialTrees = 0;
-    bool partialTreesOnMainThread = true;
-};
-
-// Runs a scan on its own thread while this (main) thread serves the main queue.
-// `beforeBatch(n)` runs on the main thread before the n-th batch of queued jobs: batch 0 is
-// the scan's start, batch 1 the merge of the top listing, and so on.
-ScanOutcome scanServingMainQueue(RcloneAdapter& adapter, ScanParameters parameters,
-                                 std::function<void(int batch)> beforeBatch = {}) {
-    ManualMainQueue mainQueue;
-    ScanOutcome outcome;
-    std::mutex mutex; // guards outcome.progress
-    parameters.mainQueue = &mainQueue;
-    parameters.progress = [&](const ScanProgress& progress) {
-        std::lock_guard lock(mutex);
-        outcome.progress.push_back(progress);
-    };
-    parameters.partialStructure = [&](const FileNodeRef&) {
-        ++outcome.partialTrees;
-        outcome.partialTreesOnMainThread =
-            outcome.partialTreesOnMainThread && mainQueue.isCurrent();
-    };
-    auto scan = std::async(std::launch::async, [&] { return adapter.scan(parameters); });
-    int batch = 0;
-    const bool finished = testing::waitUntil([&] {
-        if (mainQueue.pendingCount() > 0) {
-            if (beforeBatch) {
-                beforeBatch(batch++);
-            }
-            mainQueue.runPending();
-        }
-        return scan.wait_for(0s) == std::future_status::ready;
-    });
-    EXPECT_TRUE(finished);
-    try {
-        outcome.root = scan.get();
-    } catch (...) {
-        outcome.failure = std::current_exception();
-    }
-    return outcome;
-}
-
-constexpr const char* kSampleTree =
-    "tree:367(a:350(b:300(f2:200 f1:100) g:50) top.txt:10 sp ace & \xC3\xBC:7(x:7) c:0())";
-
-TEST(RcloneScan, ListsARealTreeFolderByFolderIntoSizes) {
+TEST(RcloneFolderByFolderScan, ListsARealTreeFolderByFolderIntoSizes) {
     RcloneSandbox sandbox;
     makeSampleTree(sandbox.folder() / "tree");
     sandbox.addRemote("local", "alias", {{"remote", (sandbox.folder() / "tree").string()}});
     GenericRcloneAdapter adapter("local", "alias", "Local files", {.runner = sandbox.realRunner()});
 
-    const auto outcome = scanServingMainQueue(adapter, {.path = "", .scanSession = 3});
+    const auto outcome =
+        scanServingMainQueue(adapter, {.path = "", .scanSession = 3, .listOneFolderAtATime = true});
     ASSERT_FALSE(outcome.failure);
     ASSERT_TRUE(outcome.root);
     // The root is named after the remote when the whole remote is scanned.
@@ -137,19 +60,21 @@ TEST(RcloneScan, ListsARealTreeFolderByFolderIntoSizes) {
     EXPECT_EQ(last.bytesAccountedFor, 367);
 
     // A scan of a sub-folder is rooted there and named after it.
-    const auto sub = scanServingMainQueue(adapter, {.path = "a/b", .scanSession = 1});
+    const auto sub = scanServingMainQueue(
+        adapter, {.path = "a/b", .scanSession = 1, .listOneFolderAtATime = true});
     ASSERT_FALSE(sub.failure);
     EXPECT_EQ(describe(*sub.root), "b:300(f2:200 f1:100)");
     EXPECT_EQ(sub.root->children()[0]->path(), "/f2");
 }
 
-TEST(RcloneScan, RescanFromTheSeedFollowsChanges) {
+TEST(RcloneFolderByFolderScan, RescanFromTheSeedFollowsChanges) {
     RcloneSandbox sandbox;
     const fs::path tree = sandbox.folder() / "tree";
     makeSampleTree(tree);
     sandbox.addRemote("local", "alias", {{"remote", tree.string()}});
     GenericRcloneAdapter adapter("local", "alias", "Local", {.runner = sandbox.realRunner()});
-    const auto first = scanServingMainQueue(adapter, {.path = "", .scanSession = 1});
+    const auto first =
+        scanServingMainQueue(adapter, {.path = "", .scanSession = 1, .listOneFolderAtATime = true});
     ASSERT_FALSE(first.failure);
     std::map<std::string, NodeID> idsByPath;
     std::vector<const FileNode*> pending{first.root.get()};
@@ -168,8 +93,9 @@ TEST(RcloneScan, RescanFromTheSeedFollowsChanges) {
     testing::writeFileOfSize(tree / "top.txt" / "inside", 1);
     testing::writeFileOfSize(tree / "a" / "g", 60);
 
-    const auto second =
-        scanServingMainQueue(adapter, {.path = "", .scanSession = 2, .seedRoot = first.root});
+    const auto second = scanServingMainQueue(
+        adapter,
+        {.path = "", .scanSession = 2, .seedRoot = first.root, .listOneFolderAtATime = true});
     ASSERT_FALSE(second.failure);
     EXPECT_EQ(second.root, first.root); // the seed's root is kept
     EXPECT_EQ(describe(*second.root),
@@ -191,24 +117,26 @@ TEST(RcloneScan, RescanFromTheSeedFollowsChanges) {
     // A remote that lists nothing prunes the seed's children and leaves size 0.
     sandbox.addRemote("scratch", "memory");
     GenericRcloneAdapter memory("scratch", "memory", "Scratch", {.runner = sandbox.realRunner()});
-    const auto emptied =
-        scanServingMainQueue(memory, {.path = "", .scanSession = 9, .seedRoot = second.root});
+    const auto emptied = scanServingMainQueue(
+        memory,
+        {.path = "", .scanSession = 9, .seedRoot = second.root, .listOneFolderAtATime = true});
     ASSERT_FALSE(emptied.failure);
     EXPECT_EQ(describe(*emptied.root), "local:0()");
 }
 
-TEST(RcloneScan, AFailingListingFailsTheWholeScan) {
+TEST(RcloneFolderByFolderScan, AFailingListingFailsTheWholeScan) {
     RcloneSandbox sandbox;
     const fs::path tree = sandbox.folder() / "tree";
     makeSampleTree(tree);
     sandbox.addRemote("local", "alias", {{"remote", tree.string()}});
     GenericRcloneAdapter adapter("local", "alias", "My files", {.runner = sandbox.realRunner()});
     // Folder c vanishes after the top listing saw it, before its own listing.
-    const auto outcome = scanServingMainQueue(adapter, {.scanSession = 1}, [&](int batch) {
-        if (batch == 1) {
-            fs::remove_all(tree / "c");
-        }
-    });
+    const auto outcome = scanServingMainQueue(
+        adapter, {.scanSession = 1, .listOneFolderAtATime = true}, [&](int batch) {
+            if (batch == 1) {
+                fs::remove_all(tree / "c");
+            }
+        });
     ASSERT_TRUE(outcome.failure);
     try {
         std::rethrow_exception(outcome.failure);
@@ -220,7 +148,8 @@ TEST(RcloneScan, AFailingListingFailsTheWholeScan) {
 
     // Output that is not a listing fails with the listing's target in the message.
     GenericRcloneAdapter garbled("g", "x", "G", {.runner = sandbox.fakeRunner("echo '[{\"Pa'")});
-    const auto bad = scanServingMainQueue(garbled, {.scanSession = 1});
+    const auto bad =
+        scanServingMainQueue(garbled, {.scanSession = 1, .listOneFolderAtATime = true});
     try {
         std::rethrow_exception(bad.failure);
     } catch (const BrimvaleError& error) {
@@ -231,7 +160,7 @@ TEST(RcloneScan, AFailingListingFailsTheWholeScan) {
     }
 }
 
-TEST(RcloneScan, TheSameTreeThroughSftpWebdavAndFtpServers) {
+TEST(RcloneFolderByFolderScan, TheSameTreeThroughSftpWebdavAndFtpServers) {
     RcloneSandbox sandbox;
     const fs::path tree = sandbox.folder() / "tree";
     makeSampleTree(tree);
@@ -260,7 +189,7 @@ TEST(RcloneScan, TheSameTreeThroughSftpWebdavAndFtpServers) {
     }
 }
 
-TEST(RcloneScan, CancellingMidScanStopsTheListingChild) {
+TEST(RcloneFolderByFolderScan, CancellingMidScanStopsTheListingChild) {
     RcloneSandbox sandbox;
     const fs::path tree = sandbox.folder() / "tree";
     makeSampleTree(tree);
@@ -284,7 +213,8 @@ TEST(RcloneScan, CancellingMidScanStopsTheListingChild) {
     // After the top listing, the server stops answering: the next listing hangs in the SSH
     // handshake until the scan is cancelled.
     const auto outcome = scanServingMainQueue(
-        adapter, {.scanSession = 1, .stopToken = stop.get_token()}, [&](int batch) {
+        adapter, {.scanSession = 1, .stopToken = stop.get_token(), .listOneFolderAtATime = true},
+        [&](int batch) {
             if (batch != 1) {
                 return;
             }
@@ -323,7 +253,7 @@ TEST(RcloneScan, CancellingMidScanStopsTheListingChild) {
     EXPECT_TRUE(log.back().starts_with("rclone stopped by cancel exit=")) << log.back();
 }
 
-TEST(RcloneScan, ListDirectoryAndListingCommands) {
+TEST(RcloneFolderByFolderScan, ListDirectoryAndListingCommands) {
     RcloneSandbox sandbox;
     makeSampleTree(sandbox.folder() / "tree");
     sandbox.addRemote("local", "alias", {{"remote", (sandbox.folder() / "tree").string()}});
@@ -345,23 +275,24 @@ TEST(RcloneScan, ListDirectoryAndListingCommands) {
     const std::string recorder =
         "printf '%s|' \"$@\" >> '" + arguments.string() + "'; echo; echo '[]'";
     GoogleDriveAdapter drive("gd", "Drive", {.runner = sandbox.fakeRunner(recorder)});
-    ASSERT_FALSE(scanServingMainQueue(drive, {.path = "Photos"}).failure);
+    ASSERT_FALSE(
+        scanServingMainQueue(drive, {.path = "Photos", .listOneFolderAtATime = true}).failure);
     EXPECT_EQ(testing::readFile(arguments),
               "lsjson|--exclude|Shared with me/**|--drive-skip-shortcuts|--drive-size-as-quota|"
               "gd:Photos|");
     EXPECT_EQ(adapter.lsjsonArguments("local:x"), (std::vector<std::string>{"lsjson", "local:x"}));
 }
 
-TEST(RcloneScan, WithoutAMainQueueEverythingHappensOnTheScanningThread) {
+TEST(RcloneFolderByFolderScan, WithoutAMainQueueEverythingHappensOnTheScanningThread) {
     RcloneSandbox sandbox;
     makeSampleTree(sandbox.folder() / "tree");
     sandbox.addRemote("local", "alias", {{"remote", (sandbox.folder() / "tree").string()}});
     GenericRcloneAdapter adapter("local", "alias", "Local", {.runner = sandbox.realRunner()});
     int partialTrees = 0;
-    const auto root =
-        adapter.scan({.path = "a", .scanSession = 1, .partialStructure = [&](const FileNodeRef&) {
-                          ++partialTrees;
-                      }});
+    const auto root = adapter.scan({.path = "a",
+                                    .scanSession = 1,
+                                    .partialStructure = [&](const FileNodeRef&) { ++partialTrees; },
+                                    .listOneFolderAtATime = true});
     EXPECT_EQ(describe(*root), "a:350(b:300(f2:200 f1:100) g:50)");
     EXPECT_EQ(partialTrees, 2);
 }
