@@ -223,8 +223,19 @@ TEST_F(AccountCommandsEndToEnd, AnS3AccountScansTheBucketStoredForIt) {
     adapter.rclone({"copy", upload.root(), "media:media"});
     adapter.rclone({"copy", upload.location("notes.txt"), "media:other"});
 
-    auto scan = run({"scan", "media:", "--depth", "2"});
+    auto scan = run({"scan", "media:", "--depth", "2"}, {{"BRIMVALE_SCAN_DEBUG", "1"}});
     ASSERT_EQ(scan.exitStatus, 0) << scan.standardError;
+    // One listing of the whole bucket in one go, without a metadata request per object.
+    EXPECT_NE(scan.standardError.find("rclone spawn args=lsjson -R --fast-list --no-mimetype "
+                                      "--use-server-modtime --checkers 8 -- media:media"),
+              std::string::npos)
+        << scan.standardError;
+    std::size_t listings = 0;
+    for (auto at = scan.standardError.find("spawn args=lsjson"); at != std::string::npos;
+         at = scan.standardError.find("spawn args=lsjson", at + 1)) {
+        ++listings;
+    }
+    EXPECT_EQ(listings, 1u);
     EXPECT_NE(scan.standardOutput.find("(3 files, 3 folders)"), std::string::npos)
         << scan.standardOutput;
     EXPECT_NE(scan.standardOutput.find("photos/"), std::string::npos);
