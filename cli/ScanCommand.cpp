@@ -30,13 +30,21 @@ struct ScanArguments {
     bool rescan = false;
     bool quiet = false;
     bool perFolder = false;
+    std::optional<std::string> refresh; // a folder below the target, to list again
 };
 
 ScanArguments parseScanArguments(std::span<const std::string> arguments) {
     ScanArguments parsed;
     std::vector<std::string> rest;
-    for (const auto& argument : arguments) {
-        if (argument == "--rescan") {
+    for (std::size_t i = 0; i < arguments.size(); ++i) {
+        const std::string& argument = arguments[i];
+        if (argument == "--refresh") {
+            if (i + 1 == arguments.size()) {
+                throw UsageError("--refresh needs the folder to list again, such as "
+                                 "--refresh photos/2024");
+            }
+            parsed.refresh = arguments[++i];
+        } else if (argument == "--rescan") {
             parsed.rescan = true;
         } else if (argument == "--quiet") {
             parsed.quiet = true;
@@ -47,6 +55,10 @@ ScanArguments parseScanArguments(std::span<const std::string> arguments) {
         }
     }
     parsed.listing = parseListingArguments(rest, "folder or account to scan");
+    if (parsed.refresh && parsed.rescan) {
+        throw UsageError("--refresh lists one folder of the saved scan again; --rescan scans "
+                         "everything: give one of them");
+    }
     return parsed;
 }
 
@@ -185,6 +197,28 @@ void printUnreadableCloudFolders(const std::vector<SkippedFolder>& unreadable, s
     }
 }
 
+// The folder at `subpath` ("photos/2024", relative to the scanned folder) in `root`.
+const FileNode* folderBelow(const FileNode& root, std::string_view subpath) {
+    const FileNode* node = &root;
+    while (!subpath.empty() && node != nullptr) {
+        const auto slash = subpath.find('/');
+        const std::string_view name = subpath.substr(0, slash);
+        subpath.remove_prefix(slash == std::string_view::npos ? subpath.size() : slash + 1);
+        if (name.empty() || name == ".") {
+            continue;
+        }
+        const FileNode* next = nullptr;
+        for (const auto& child : node->children()) {
+            if (child->isDirectory() && child->name() == name) {
+                next = child.get();
+                break;
+            }
+        }
+        node = next;
+    }
+    return node;
+}
+
 int runScan(std::span<const std::string> rawArguments, CommandStreams streams) {
     const ScanArguments arguments = parseScanArguments(rawArguments);
     const std::string& target = arguments.listing.target;
@@ -282,8 +316,34 @@ int runScan(std::span<const std::string> rawArguments, CommandStreams streams) {
              .listOneFolderAtATime =
                  arguments.perFolder ? std::optional<bool>(true) : std::nullopt});
         session.runUntil(finished, onChange);
+        if (arguments.refresh && !interrupted && loadedFromCache) {
+            const ScannerState loaded = viewModel.paneState(id);
+            const auto* done = loaded.as<ScannerState::Done>();
+            const FileNode* folder = done != nullptr && done->root
+                                         ? folderBelow(*done->root, *arguments.refresh)
+                                         : nullptr;
+            if (folder == nullptr) {
+                statusLine.erase();
+                streams.err << "brimvale-cli scan: '" << displayText(*arguments.refresh)
+                            << "' is not a folder of the saved scan of " << displayText(shownTarget)
+                            << '\n';
+                return exitFailure;
+            }
+            const std::string folderPath = folder->path();
+            statusLine.showText("Listing " + displayText(*arguments.refresh) + " again\u2026");
+            viewModel.refreshFolder(id, folderPath);
+            session.runUntil([&] {
+                return interrupted || !viewModel.foldersRefreshing(id).contains(folderPath);
+            });
+        }
     }
     statusLine.erase();
+    if (arguments.refresh && !interrupted) {
+        if (const auto failure = viewModel.folderRefreshError(id)) {
+            streams.err << "brimvale-cli scan: " << displayText(*failure) << '\n';
+            return exitFailure;
+        }
+    }
 
     if (interrupted) {
         const bool saved = viewModel.waitForSavedScans(std::chrono::minutes(2));
@@ -355,8 +415,8 @@ Command scanCommand() {
     return Command{
         .name = "scan",
         .summary = "Scan a folder or an account and list its largest items",
-        .usage = "scan PATH|ACCOUNT: [--rescan] [--per-folder] [--quiet] [--json] [--depth N] "
-                 "[--top N]",
+        .usage = "scan PATH|ACCOUNT: [--rescan | --refresh FOLDER] [--per-folder] [--quiet] "
+                 "[--json] [--depth N] [--top N]",
         .details =
             "Adds up the space used by everything in the folder PATH, or in the rclone\n"
             "account ACCOUNT: (its stored bucket or container for object storage), and lists\n"
@@ -364,6 +424,9 @@ Command scanCommand() {
             "there is one, with its age; --rescan scans afresh. Every finished scan is saved.\n"
             "\n"
             "  --rescan      scan again even when a saved scan exists\n"
+            "  --refresh FOLDER\n"
+            "                list one folder of the saved scan again (a path below PATH or\n"
+            "                the account, such as photos/2024) and save the result\n"
             "  --per-folder  list an account one folder per rclone run (slower; for services\n"
             "                that throttle recursive listings)\n"
             "  --quiet       no live progress line\n"

@@ -56,6 +56,9 @@ void ViewModelSignals::publishedFieldChanged(PublishedField field) {
     case PublishedField::showFullDiskAccessAdvisory:
         emit accessAdvisoryChanged();
         break;
+    case PublishedField::folderRefreshes:
+        emit folderRefreshesChanged();
+        break;
     case PublishedField::showLocalVolumePicker:
     case PublishedField::pendingLocalDiskPickerRemoteID:
         emit localVolumePickerChanged();

@@ -37,6 +37,8 @@ signals:
     void accessAdvisoryChanged();
     // `accountRemovalError`.
     void accountRemovalErrorChanged();
+    // Folders being refreshed, or a refresh failure, changed (any account).
+    void folderRefreshesChanged();
 
 private:
     void publishedFieldChanged(PublishedField field) override;

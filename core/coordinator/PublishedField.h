@@ -30,6 +30,8 @@ enum class PublishedField {
     showFullDiskAccessAdvisory,
     showLocalVolumePicker,
     pendingLocalDiskPickerRemoteID,
+    // foldersRefreshing and folderRefreshError of any account.
+    folderRefreshes,
     // Not a field of its own: a pane state of an account that is not shown changed (the
     // sidebar shows every account's state at a glance).
     paneStates,

@@ -165,6 +165,17 @@ public:
     // follows; a session's choice made with openAccount comes first.
     bool listsOneFolderAtATime(const std::string& remoteID) const;
     void setListsOneFolderAtATime(const std::string& remoteID, bool oneAtATime);
+    // Lists one folder of the account's finished tree again (one streamed listing of that
+    // folder for cloud accounts, the local scanner on it for local ones) and puts the result
+    // in place of its subtree: sizes change up through every ancestor, the changed folders
+    // are re-sorted, the tree is saved. The rest of the tree stays on screen and usable
+    // meanwhile. `folderPath` is the folder's FileNode::path() in the tree on screen; the
+    // tree's root means a rescan. Does nothing unless the account's pane is done.
+    void refreshFolder(const std::string& remoteID, const std::string& folderPath);
+    // The folders of the account being refreshed now (folderRefreshes).
+    const std::set<std::string>& foldersRefreshing(const std::string& remoteID) const;
+    // Why the account's last folder refresh failed; cleared when the next one starts.
+    std::optional<std::string> folderRefreshError(const std::string& remoteID) const;
     // Cancels every running scan the way cancelScan does (partial trees are saved) and every
     // other background run; for quitting. `waitForSavedScans` then waits for the saves.
     void cancelAllWork();
@@ -250,6 +261,17 @@ public:
 
 private:
     struct RunningLoad;
+    struct FolderRefreshResult {
+        ProviderRef account;
+        std::string remoteID;
+        std::string folderPath;
+        std::int64_t generation = 0;
+        FileNodeRef root; // the tree that was on screen when the refresh started
+        FileNodeRef fresh;
+        std::exception_ptr failure;
+        std::vector<SkippedFolder> skippedFolders;
+    };
+    void finishFolderRefresh(const FolderRefreshResult& result);
     struct PendingSaves;
     class Liveness;
 
@@ -368,6 +390,9 @@ private:
     std::map<std::string, Clock::time_point> lastLiveUIPaneEmit_;
     std::map<std::string, Clock::time_point> lastScanCheckpointTime_;
     std::map<std::string, std::string> localScanPathByRemoteID_;
+    // Folders being refreshed, and the last refresh failure, by account id.
+    std::map<std::string, std::set<std::string>> foldersRefreshing_;
+    std::map<std::string, std::string> folderRefreshErrors_;
     // Listing modes chosen for this session (brimvale-cli scan --per-folder), by account id.
     std::map<std::string, bool> listingModeOverrideByRemote_;
     std::map<std::string, std::string> lastScanCacheStemByRemoteID_;

@@ -6,6 +6,7 @@
 #include "tests/support/TemporaryTree.h"
 
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 
 #include <csignal>
 #include <filesystem>
@@ -94,6 +95,70 @@ TEST_F(ScanCommandEndToEnd, ScansThenShowsTheSavedScanUntilAskedToRescan) {
     EXPECT_FALSE(std::filesystem::exists(cacheFile("files")));
     auto none = run({"cache", "clear", "files"});
     EXPECT_NE(none.standardOutput.find("No saved scan of files"), std::string::npos);
+}
+
+// The size of the item at `path` ("" for the root) in brimvale-cli's --json output.
+std::int64_t sizeInJson(const std::string& json, const std::string& path) {
+    nlohmann::json node = nlohmann::json::parse(json);
+    std::string_view rest = path;
+    while (!rest.empty()) {
+        const auto slash = rest.find('/');
+        const std::string name(rest.substr(0, slash));
+        rest.remove_prefix(slash == std::string_view::npos ? rest.size() : slash + 1);
+        nlohmann::json next;
+        for (const auto& child : node["children"]) {
+            if (child["name"] == name) {
+                next = child;
+            }
+        }
+        if (next.is_null()) {
+            return -1;
+        }
+        node = next;
+    }
+    return node["size"].get<std::int64_t>();
+}
+
+TEST_F(ScanCommandEndToEnd, RefreshingOneFolderChangesOnlyThatSubtreeAndItsAncestors) {
+    ASSERT_EQ(run({"scan", "files:", "--quiet"}).exitStatus, 0);
+    tree.file("photos/2024/c.jpg", 50'000);
+    std::filesystem::remove(tree.location("notes.txt"));
+
+    auto refreshed = run({"scan", "files:", "--refresh", "photos", "--json"});
+    ASSERT_EQ(refreshed.exitStatus, 0) << refreshed.standardError;
+    // notes.txt is outside the refreshed folder: the saved scan still has it.
+    EXPECT_EQ(sizeInJson(refreshed.standardOutput, ""), 551'000);
+    EXPECT_EQ(sizeInJson(refreshed.standardOutput, "photos"), 550'000);
+    EXPECT_EQ(sizeInJson(refreshed.standardOutput, "photos/2024/c.jpg"), 50'000);
+    EXPECT_EQ(sizeInJson(refreshed.standardOutput, "notes.txt"), 1'000);
+    auto reopened = run({"scan", "files:", "--json"});
+    ASSERT_EQ(reopened.exitStatus, 0);
+    EXPECT_EQ(sizeInJson(reopened.standardOutput, ""), 551'000) << "the refresh was saved";
+
+    // A local folder too (allocated sizes: the change is what counts).
+    const std::string local = tree.root();
+    auto before = run({"scan", local, "--json"});
+    ASSERT_EQ(before.exitStatus, 0);
+    tree.file("photos/2024/d.jpg", 7'000);
+    tree.file("photos/other.bin", 9'000); // outside the refreshed folder
+    auto after = run({"scan", local, "--refresh", "photos/2024", "--json"});
+    ASSERT_EQ(after.exitStatus, 0) << after.standardError;
+    const auto grown = [&](const std::string& path) {
+        return sizeInJson(after.standardOutput, path) - sizeInJson(before.standardOutput, path);
+    };
+    EXPECT_GE(grown("photos/2024"), 7'000);
+    EXPECT_EQ(grown("photos"), grown("photos/2024"));
+    EXPECT_EQ(grown(""), grown("photos/2024"));
+    EXPECT_EQ(sizeInJson(after.standardOutput, "photos/other.bin"), -1);
+
+    auto missing = run({"scan", "files:", "--refresh", "nowhere/else"});
+    EXPECT_EQ(missing.exitStatus, 1);
+    EXPECT_NE(
+        missing.standardError.find("'nowhere/else' is not a folder of the saved scan of files:"),
+        std::string::npos)
+        << missing.standardError;
+    auto both = run({"scan", "files:", "--refresh", "photos", "--rescan"});
+    EXPECT_EQ(both.exitStatus, 2);
 }
 
 TEST_F(ScanCommandEndToEnd, BadTargetsAndUnreachableRemotesSayWhatIsWrong) {
