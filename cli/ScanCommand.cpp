@@ -9,6 +9,7 @@
 #include "cli/TreeListing.h"
 #include "core/local/LocalDiskAdapter.h"
 #include "core/model/SizeFormatter.h"
+#include "core/rclone/RcloneListingPrefetch.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -244,6 +245,14 @@ int runScan(std::span<const std::string> rawArguments, CommandStreams streams) {
             skipped.push_back(folder);
         }});
     ScannerViewModel& viewModel = session.viewModel();
+    // A rescan of a known account lists while the account list is read; an early listing
+    // nobody took is stopped when the command ends.
+    struct EarlyListingStop {
+        ~EarlyListingStop() { RcloneListingPrefetch::shared().cancelAll(); }
+    } earlyListingStop;
+    if (accountName && arguments.rescan && !arguments.perFolder) {
+        viewModel.startListingEarly(*accountName);
+    }
     session.loadAccounts();
 
     ProviderRef provider;
@@ -371,8 +380,6 @@ int runScan(std::span<const std::string> rawArguments, CommandStreams streams) {
         streams.err << "brimvale-cli scan: the scan ended without a result\n";
         return exitFailure;
     }
-    viewModel.waitForSavedScans(std::chrono::minutes(2));
-
     const FileNode& tree = *done->root;
     // A local scan's skipped folders come through the scanner's own report (below).
     const std::vector<SkippedFolder> unreadable =
@@ -403,6 +410,10 @@ int runScan(std::span<const std::string> rawArguments, CommandStreams streams) {
         printSkippedFolders(std::move(skipped), streams.err);
     }
     printUnreadableCloudFolders(unreadable, streams.err);
+    // The scan is saved while it is printed; the command ends once it is on disk.
+    if (!viewModel.waitForSavedScans(std::chrono::minutes(2))) {
+        streams.err << "brimvale-cli scan: the scan could not be saved in time\n";
+    }
     if (&streams.out == &std::cout) {
         keepUntilExit(done->root);
     }

@@ -1,6 +1,7 @@
 // The scan engine of ScannerViewModel: the load decision's background half, live updates,
 // checkpoints, cancel and rescan.
 #include "core/coordinator/CoordinatorInternals.h"
+#include "core/onboarding/CloudServiceCatalog.h"
 #include "core/persistence/cache/CacheRecord.h"
 #include "core/persistence/cache/CacheSnapshot.h"
 #include "core/persistence/cache/LocalScanCacheStem.h"
@@ -9,6 +10,7 @@
 #include "core/rclone/BrimvaleError.h"
 #include "core/rclone/GCSScanSettings.h"
 #include "core/rclone/ObjectStorageScanPrefix.h"
+#include "core/rclone/RcloneListingPrefetch.h"
 #include "core/support/MainQueue.h"
 #include "core/support/ScanDiagnostics.h"
 #include "core/support/SettingsStore.h"
@@ -283,11 +285,12 @@ void ScannerViewModel::runScanInBackground(const ProviderRef& provider, const st
     FileNodeRef root = provider->scan(parameters);
     throwIfCancelled(stopToken);
 
-    const CacheSnapshot snapshot = snapshotForCache(*root);
-    if (auto bytes = encodeCacheSnapshot(snapshot)) {
-        cache_->write(*bytes, stem);
-    }
-    const std::optional<Date> savedDate = cache_->cacheDate(stem);
+    // The snapshot is read here, before the tree is handed over; it is encoded and written
+    // while the result is shown (waitForSavedScans waits for it).
+    writeSnapshotInBackground(std::make_shared<CacheSnapshot>(snapshotForCache(*root)), stem,
+                              "finished scan");
+    const std::optional<Date> savedDate = Date::fromUnixSeconds(
+        std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count());
     std::optional<std::int64_t> occupied;
     if (isLocal) {
         occupied = provider->totalOccupiedBytesForScanPath(scanPath, stopToken);
@@ -369,7 +372,11 @@ void ScannerViewModel::recordScanCheckpointIfDue(const std::string& remoteID,
 void ScannerViewModel::saveTreeInBackground(const FileNode& root, const std::string& stem,
                                             const char* why) {
     // The snapshot is taken here, on the main thread, which alone touches a live tree.
-    auto snapshot = std::make_shared<CacheSnapshot>(snapshotForCache(root));
+    writeSnapshotInBackground(std::make_shared<CacheSnapshot>(snapshotForCache(root)), stem, why);
+}
+
+void ScannerViewModel::writeSnapshotInBackground(std::shared_ptr<const CacheSnapshot> snapshot,
+                                                 const std::string& stem, const char* why) {
     auto pending = pendingSaves_;
     {
         std::lock_guard lock(pending->mutex);
@@ -547,6 +554,32 @@ void ScannerViewModel::setListsOneFolderAtATime(const std::string& remoteID, boo
     } else {
         options_.settings->remove(SettingsKeys::listOneFolderAtATime(remoteID));
     }
+}
+
+void ScannerViewModel::startListingEarly(const std::string& remoteID) {
+    if (listsOneFolderAtATime(remoteID)) {
+        return;
+    }
+    // What the account was at its last scan: its backend type and whether it lists trees in
+    // one go, as the adapter keeps them.
+    const auto known =
+        options_.settings->stringValue(SettingsKeys::recursiveListingFeature(remoteID));
+    const auto equals = known ? known->rfind('=') : std::string::npos;
+    if (equals == std::string::npos || equals == 0) {
+        return;
+    }
+    const std::string type = known->substr(0, equals);
+    const bool fastList = known->substr(equals + 1) == "yes";
+    auto made = CloudServiceCatalog::adapter(
+        {.remoteName = remoteID, .rcloneType = type},
+        {.rclone = {.runner = options_.runner, .settings = options_.settings}});
+    const auto* account = dynamic_cast<const RcloneAdapter*>(made.get());
+    if (account == nullptr || type == "local") {
+        return;
+    }
+    RcloneListingPrefetch::shared().start(
+        options_.runner,
+        account->recursiveLsjsonArguments(remoteID + ":" + scanPath(*made), fastList));
 }
 
 } // namespace brimvale

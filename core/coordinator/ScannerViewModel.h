@@ -23,6 +23,8 @@
 
 namespace brimvale {
 
+struct CacheSnapshot;
+
 class MainQueue;
 class RcloneGuidedProcessBox;
 class RcloneWebConfigServer;
@@ -161,6 +163,12 @@ public:
         std::optional<bool> listOneFolderAtATime;
     };
     void openAccount(const ProviderRef& provider, const OpenAccountRequest& request);
+    // Starts the account's recursive listing at once, before the account list is read, from
+    // what the account was at its last scan (its backend type and listing feature, kept in
+    // the settings); a scan asking for the same command line takes the run over
+    // (RcloneListingPrefetch). For a command that will rescan a known cloud account. Does
+    // nothing for an account never scanned, or one listed one folder at a time.
+    void startListingEarly(const std::string& remoteID);
     // The account's setting "List one folder at a time" (cloud accounts), which the next scan
     // follows; a session's choice made with openAccount comes first.
     bool listsOneFolderAtATime(const std::string& remoteID) const;
@@ -317,6 +325,8 @@ private:
                        const std::string& remoteID, double intervalSeconds);
     void recordScanCheckpointIfDue(const std::string& remoteID, const FileNodeRef& root);
     void saveTreeInBackground(const FileNode& root, const std::string& stem, const char* why);
+    void writeSnapshotInBackground(std::shared_ptr<const CacheSnapshot> snapshot,
+                                   const std::string& stem, const char* why);
     void stopLoad(const std::string& remoteID, bool keepPartialTree);
 
     // The account list.

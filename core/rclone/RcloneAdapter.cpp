@@ -6,6 +6,7 @@
 #include "core/rclone/ObjectStorageScanPrefix.h"
 #include "core/rclone/RcloneListingMerge.h"
 #include "core/rclone/RcloneListingParser.h"
+#include "core/rclone/RcloneListingPrefetch.h"
 #include "core/rclone/RcloneProviderType.h"
 #include "core/rclone/RcloneStreamedScan.h"
 #include "core/rclone/RcloneTreeScan.h"
@@ -160,6 +161,10 @@ FileNodeRef RcloneAdapter::scan(const ScanParameters& parameters) {
             {.run =
                  [this, arguments](const std::function<void(std::string_view)>& onOutput,
                                    std::stop_token stopToken) {
+                     if (auto early = RcloneListingPrefetch::shared().takeAndRun(
+                             arguments, onOutput, stopToken)) {
+                         return std::move(*early);
+                     }
                      return options_.runner.runRcloneStreaming(arguments, onOutput,
                                                                std::move(stopToken));
                  },

@@ -161,6 +161,36 @@ TEST_F(ScanCommandEndToEnd, RefreshingOneFolderChangesOnlyThatSubtreeAndItsAnces
     EXPECT_EQ(both.exitStatus, 2);
 }
 
+// How often brimvale-cli's scan debug lines say rclone was started with `arguments`.
+std::size_t spawnsOf(const std::string& standardError, const std::string& arguments) {
+    std::size_t count = 0;
+    const std::string line = "rclone spawn args=" + arguments;
+    for (auto at = standardError.find(line); at != std::string::npos;
+         at = standardError.find(line, at + 1)) {
+        ++count;
+    }
+    return count;
+}
+
+TEST_F(ScanCommandEndToEnd, ARescanRunsOneListingStartedBeforeTheAccountListIsRead) {
+    const EnvironmentChange debug{"BRIMVALE_SCAN_DEBUG", "1"};
+    auto first = run({"scan", "files:", "--rescan", "--quiet"}, {debug});
+    ASSERT_EQ(first.exitStatus, 0) << first.standardError;
+    EXPECT_EQ(spawnsOf(first.standardError, "lsjson"), 1u);
+    EXPECT_EQ(spawnsOf(first.standardError, "backend features"), 1u);
+    EXPECT_EQ(first.standardError.find("taken over"), std::string::npos)
+        << "nothing is known of the account before its first scan";
+
+    auto second = run({"scan", "files:", "--rescan", "--json"}, {debug});
+    ASSERT_EQ(second.exitStatus, 0) << second.standardError;
+    EXPECT_EQ(spawnsOf(second.standardError, "lsjson -R --checkers 8 -- files:"), 1u);
+    EXPECT_EQ(spawnsOf(second.standardError, "config dump"), 1u);
+    EXPECT_EQ(spawnsOf(second.standardError, "backend features"), 0u);
+    EXPECT_NE(second.standardError.find("listing taken over from its early start"),
+              std::string::npos);
+    EXPECT_EQ(sizeInJson(second.standardOutput, ""), 501'000);
+}
+
 TEST_F(ScanCommandEndToEnd, BadTargetsAndUnreachableRemotesSayWhatIsWrong) {
     auto unknown = run({"scan", "nosuch:"});
     EXPECT_EQ(unknown.exitStatus, 1);

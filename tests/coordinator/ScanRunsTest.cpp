@@ -57,6 +57,8 @@ TEST_F(ScanRunsTest, FirstSelectionScansThenTheSavedScanIsLoadedAndADoneTreeIsSh
     EXPECT_EQ(done->root, root);
     EXPECT_TRUE(done->savedDate.has_value());
     EXPECT_FALSE(done->occupiedBytes.has_value()) << "cloud accounts report no occupied size";
+    // The finished scan is written while it is shown.
+    EXPECT_TRUE(viewModel->waitForSavedScans(std::chrono::seconds(20)));
     EXPECT_TRUE(cacheFileExists("photos"));
     ASSERT_TRUE(pumpUntil([&] { return viewModel->remoteIDsLoading().empty(); }));
 
@@ -338,6 +340,7 @@ TEST_F(LocalAccountTest, TheLocalRowScansRootUnlessAPathWasChosenAndAConfiguredO
     pinned->push(ScriptedProvider::Finish{tree("", 10)});
     ASSERT_TRUE(pumpUntil([&] { return paneCase("localdisk") == Case::done; }));
     EXPECT_EQ(viewModel->state().as<ScannerState::Done>()->occupiedBytes, 123456);
+    EXPECT_TRUE(viewModel->waitForSavedScans(std::chrono::seconds(20)));
     EXPECT_TRUE(std::filesystem::exists(cacheFolder / "localdisk.cache"));
 
     // A configured local account opens the volume picker and waits for a choice.
@@ -360,6 +363,7 @@ TEST_F(LocalAccountTest, TheLocalRowScansRootUnlessAPathWasChosenAndAConfiguredO
     configured->push(ScriptedProvider::Finish{tree("media", 10)});
     ASSERT_TRUE(pumpUntil([&] { return paneCase("mydisk") == Case::done; }));
     // Each volume of a local account has its own saved scan.
+    EXPECT_TRUE(viewModel->waitForSavedScans(std::chrono::seconds(20)));
     EXPECT_TRUE(std::filesystem::exists(cacheFolder / "mydisk_srv__media.cache"));
 }
 

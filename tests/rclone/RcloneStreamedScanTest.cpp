@@ -2,6 +2,7 @@
 #include "core/rclone/GenericRcloneAdapter.h"
 #include "core/rclone/GoogleDriveAdapter.h"
 #include "core/rclone/RcloneListingErrors.h"
+#include "core/rclone/RcloneListingPrefetch.h"
 #include "core/rclone/RcloneListingStream.h"
 #include "core/support/InMemorySettingsStore.h"
 #include "core/support/Task.h"
@@ -354,6 +355,51 @@ TEST(RcloneListingErrors, UnreadableFoldersFromRclonesLog) {
                   .location,
               "/");
     EXPECT_TRUE(unreadableFoldersInListingLog("").empty());
+}
+
+TEST(RcloneListingPrefetch, ARunStartedEarlyIsTakenOverWithEverythingItWrote) {
+    RcloneSandbox sandbox;
+    // Writes a first part at once and the rest when the file "go" appears.
+    const auto go = sandbox.folder() / "go";
+    const RcloneRunner runner =
+        sandbox.fakeRunner("printf 'first|'; while [ ! -e '" + go.string() +
+                           "' ]; do sleep 0.02; done; printf 'second'; echo oops >&2; exit 6");
+    RcloneListingPrefetch prefetch;
+    prefetch.start(runner, {"lsjson", "-R", "--", "a:"});
+    EXPECT_FALSE(prefetch.takeAndRun({"lsjson", "-R", "--", "b:"}, [](std::string_view) {}, {}))
+        << "another command line is not taken";
+    ASSERT_TRUE(testing::waitUntil([] { return !testing::childProcessesOfThisProcess().empty(); }));
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    std::string seen;
+    std::jthread release([&] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        testing::writeFile(go, "");
+    });
+    const auto result = prefetch.takeAndRun({"lsjson", "-R", "--", "a:"},
+                                            [&](std::string_view chunk) { seen += chunk; }, {});
+    ASSERT_TRUE(result);
+    EXPECT_EQ(seen, "first|second");
+    EXPECT_EQ(result->exitStatus, 6);
+    EXPECT_EQ(result->standardError, "oops\n");
+    EXPECT_FALSE(prefetch.takeAndRun({"lsjson", "-R", "--", "a:"}, [](std::string_view) {}, {}))
+        << "a run is taken once";
+
+    // A run nobody takes is stopped; so is a taken run whose taker stops.
+    std::filesystem::remove(go);
+    prefetch.start(runner, {"x"});
+    prefetch.start(runner, {"y"});
+    ASSERT_TRUE(
+        testing::waitUntil([] { return testing::childProcessesOfThisProcess().size() == 2; }));
+    std::stop_source stop;
+    std::jthread stopper([&] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        stop.request_stop();
+    });
+    EXPECT_THROW(prefetch.takeAndRun(
+                     {"y"}, [](std::string_view) {}, stop.get_token()),
+                 CancellationError);
+    prefetch.cancelAll();
+    EXPECT_TRUE(testing::childProcessesOfThisProcess().empty());
 }
 
 } // namespace
