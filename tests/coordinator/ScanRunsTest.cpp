@@ -325,6 +325,70 @@ TEST_F(ScanRunsTest, FailuresBecomeNeedsSetupOrErrorWithTheUsersMessage) {
     ASSERT_TRUE(pumpUntil([&] { return paneCase("photos") == Case::scanning; }));
 }
 
+TEST_F(ScanRunsTest, AFolderRefreshReplacesOneSubtreeUnlessTheTreeChangedMeanwhile) {
+    const auto root = tree("photos", 1000);
+    scanToDone("photos", photos, root);
+    ASSERT_TRUE(viewModel->waitForSavedScans(std::chrono::seconds(20)));
+    viewModel->addObserver(&observer);
+
+    // The refreshed folder grows: the root grows by as much and is re-sorted.
+    viewModel->refreshFolder("photos", "/sub");
+    EXPECT_TRUE(viewModel->foldersRefreshing("photos").contains("/sub"));
+    ASSERT_TRUE(photos->waitForScans(2));
+    EXPECT_EQ(photos->scannedPaths().at(1), "sub");
+    EXPECT_EQ(paneCase("photos"), Case::done) << "the tree stays on screen meanwhile";
+    auto grown = folder("sub", {file("small.txt", 7), file("new.bin", 2000)});
+    grown->propagateSizes();
+    photos->push(ScriptedProvider::Finish{grown});
+    ASSERT_TRUE(pumpUntil([&] { return viewModel->foldersRefreshing("photos").empty(); }));
+    const auto* done = viewModel->state().as<ScannerState::Done>();
+    ASSERT_NE(done, nullptr);
+    EXPECT_EQ(done->root, root);
+    EXPECT_EQ(root->size(), 3007);
+    EXPECT_EQ(root->children()[0], grown) << "the grown folder moved first";
+    EXPECT_EQ(grown->parent(), root.get());
+    EXPECT_DOUBLE_EQ(grown->fractionOfParent(), 2007.0 / 3007.0);
+    EXPECT_GE(observer.count(PublishedField::folderRefreshes), 2);
+    EXPECT_TRUE(viewModel->waitForSavedScans(std::chrono::seconds(20)));
+
+    // A failed refresh says why and leaves the tree as it was.
+    viewModel->refreshFolder("photos", "/sub");
+    ASSERT_TRUE(photos->waitForScans(3));
+    photos->push(ScriptedProvider::Fail{
+        std::make_exception_ptr(BrimvaleError::scanFailed("Scripted photos", "connection reset"))});
+    ASSERT_TRUE(pumpUntil([&] { return viewModel->foldersRefreshing("photos").empty(); }));
+    ASSERT_TRUE(viewModel->folderRefreshError("photos"));
+    EXPECT_NE(viewModel->folderRefreshError("photos")->find("connection reset"), std::string::npos);
+    EXPECT_EQ(root->size(), 3007);
+
+    // A rescan started while a refresh runs wins: the refresh's result is dropped.
+    viewModel->refreshFolder("photos", "/sub");
+    EXPECT_FALSE(viewModel->folderRefreshError("photos")) << "a new refresh clears the old error";
+    ASSERT_TRUE(photos->waitForScans(4));
+    viewModel->rescan();
+    ASSERT_TRUE(photos->waitForScans(5));
+    const auto rescanned = tree("photos", 10);
+    photos->push(ScriptedProvider::Finish{rescanned});
+    ASSERT_TRUE(pumpUntil([&] {
+        return paneCase("photos") == Case::done &&
+               viewModel->state().as<ScannerState::Done>()->root == rescanned;
+    }));
+    photos->pushTo(3, ScriptedProvider::Finish{folder("sub", {file("late.bin", 99999)})});
+    ASSERT_TRUE(pumpUntil([&] { return viewModel->foldersRefreshing("photos").empty(); }));
+    EXPECT_EQ(viewModel->state().as<ScannerState::Done>()->root, rescanned);
+    EXPECT_EQ(rescanned->size(), 17);
+
+    // Only folders of a done tree are refreshed; the root means a rescan.
+    viewModel->refreshFolder("photos", "/big.bin");
+    viewModel->refreshFolder("photos", "/nowhere");
+    EXPECT_TRUE(viewModel->foldersRefreshing("photos").empty());
+    EXPECT_EQ(photos->scansStarted(), 5);
+    viewModel->refreshFolder("photos", rescanned->path());
+    ASSERT_TRUE(photos->waitForScans(6));
+    EXPECT_TRUE(pumpUntil([&] { return paneCase("photos") == Case::scanning; }));
+    viewModel->removeObserver(&observer);
+}
+
 class LocalAccountTest : public CoordinatorTest {};
 
 TEST_F(LocalAccountTest, TheLocalRowScansRootUnlessAPathWasChosenAndAConfiguredOneAsksFirst) {
