@@ -189,6 +189,14 @@ TEST_F(ScanCommandEndToEnd, ARescanRunsOneListingStartedBeforeTheAccountListIsRe
     EXPECT_NE(second.standardError.find("listing taken over from its early start"),
               std::string::npos);
     EXPECT_EQ(sizeInJson(second.standardOutput, ""), 501'000);
+
+    // One folder at a time, on request: one listing per folder, none of them recursive, and
+    // the same tree.
+    auto perFolder = run({"scan", "files:", "--rescan", "--per-folder", "--json"}, {debug});
+    ASSERT_EQ(perFolder.exitStatus, 0) << perFolder.standardError;
+    EXPECT_EQ(spawnsOf(perFolder.standardError, "lsjson"), 3u) << perFolder.standardError;
+    EXPECT_EQ(spawnsOf(perFolder.standardError, "lsjson -R"), 0u);
+    EXPECT_EQ(sizeInJson(perFolder.standardOutput, "photos/2024"), 500'000);
 }
 
 TEST_F(ScanCommandEndToEnd, BadTargetsAndUnreachableRemotesSayWhatIsWrong) {
