@@ -1,6 +1,7 @@
 #include "core/rclone/RcloneListingParser.h"
 
 #include "core/rclone/BrimvaleError.h"
+#include "core/rclone/FlatEntryReader.h"
 #include "core/rclone/Utf8Text.h"
 
 #include <nlohmann/json.hpp>
@@ -204,6 +205,9 @@ std::vector<RcloneEntry> parseJSON(std::string_view data, std::string_view listi
 }
 
 std::optional<RcloneEntry> tryParseEntryLine(std::string_view line, std::size_t index) {
+    if (auto entry = readFlatEntry(line)) {
+        return entry;
+    }
     const Json element = Json::parse(line.begin(), line.end(), nullptr, false);
     if (element.is_discarded()) {
         return std::nullopt;
@@ -217,6 +221,9 @@ std::optional<RcloneEntry> tryParseEntryLine(std::string_view line, std::size_t 
 
 RcloneEntry parseEntryLine(std::string_view line, std::size_t index,
                            std::string_view listingContext) {
+    if (auto entry = readFlatEntry(line)) {
+        return std::move(*entry);
+    }
     std::string description;
     try {
         return decodeEntry(Json::parse(line.begin(), line.end()), index);

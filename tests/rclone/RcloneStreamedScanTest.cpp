@@ -1,7 +1,9 @@
 #include "core/rclone/BrimvaleError.h"
+#include "core/rclone/FlatEntryReader.h"
 #include "core/rclone/GenericRcloneAdapter.h"
 #include "core/rclone/GoogleDriveAdapter.h"
 #include "core/rclone/RcloneListingErrors.h"
+#include "core/rclone/RcloneListingParser.h"
 #include "core/rclone/RcloneListingPrefetch.h"
 #include "core/rclone/RcloneListingStream.h"
 #include "core/support/InMemorySettingsStore.h"
@@ -400,6 +402,43 @@ TEST(RcloneListingPrefetch, ARunStartedEarlyIsTakenOverWithEverythingItWrote) {
                  CancellationError);
     prefetch.cancelAll();
     EXPECT_TRUE(testing::childProcessesOfThisProcess().empty());
+}
+
+TEST(FlatEntryReader, AgreesWithTheGeneralDecoderOrLeavesTheLineToIt) {
+    // Lines the quick reader takes: it must decode exactly what the general decoder does.
+    for (
+        const std::string line : {
+            R"({"Path":"a/b","Name":"b","Size":-1,"MimeType":"inode/directory","ModTime":"2024-05-01T10:00:00Z","IsDir":true})",
+            R"({ "Path" : "x" , "Name":"x", "Size": 9223372036854775807, "IsDir": false, "ID": null, "Tier":"STANDARD", "Encrypted": true, "Extra": 3 })",
+            R"({"Path":"q\"\\\/\b\f\n\r\t","Name":"\u00fc\ud83d\ude00","Size":-9223372036854775808,"IsDir":false})",
+            R"({"Path":"a","Path":"b","Name":"n","Size":0,"IsDir":false,"IsDir":true})",
+            "{\"Path\":\"\xE6\x97\xA5\",\"Name\":\"\xE6\x97\xA5\",\"Size\":1,\"IsDir\":false}",
+        }) {
+        const auto quick = readFlatEntry(line);
+        ASSERT_TRUE(quick) << line;
+        const auto general = parseJSON("[" + line + "]", "t:");
+        ASSERT_EQ(general.size(), 1u);
+        EXPECT_EQ(*quick, general[0]) << line;
+    }
+    // Lines it leaves to the general decoder: fractions and exponents, nested values, missing
+    // or mistyped keys, overflow, bad escapes, ill-formed UTF-8, trailing text.
+    for (const std::string line : {
+             R"({"Path":"a","Name":"a","Size":1e3,"IsDir":false})",
+             R"({"Path":"a","Name":"a","Size":12.0,"IsDir":false})",
+             R"({"Path":"a","Name":"a","Size":1,"IsDir":false,"Hashes":{"md5":"x"}})",
+             R"({"Path":"a","Name":"a","Size":1})",
+             R"({"Path":"a","Name":"a","Size":"1","IsDir":false})",
+             R"({"Path":"a","Name":"a","Size":9223372036854775808,"IsDir":false})",
+             R"({"Path":"a\x","Name":"a","Size":1,"IsDir":false})",
+             R"({"Path":"\ud800","Name":"a","Size":1,"IsDir":false})",
+             "{\"Path\":\"\xC0\xAF\",\"Name\":\"a\",\"Size\":1,\"IsDir\":false}",
+             "{\"Path\":\"\xED\xA0\x80\",\"Name\":\"a\",\"Size\":1,\"IsDir\":false}",
+             R"({"Path":"a","Name":"a","Size":01,"IsDir":false})",
+             R"({"Path":"a","Name":"a","Size":1,"IsDir":false} x)",
+             R"({"Path":"a","Name":null,"Size":1,"IsDir":false})",
+         }) {
+        EXPECT_FALSE(readFlatEntry(line)) << line;
+    }
 }
 
 } // namespace
