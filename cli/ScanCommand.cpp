@@ -386,10 +386,10 @@ int runScan(std::span<const std::string> rawArguments, CommandStreams streams) {
         accountName ? done->skippedFolders : std::vector<SkippedFolder>();
     if (arguments.listing.json) {
         if (accountName) {
-            TreeJsonWriter(streams.out).write(tree, unreadable);
+            TreeJsonWriter(streams.out).write(tree, unreadable, done->partial);
         } else {
             std::lock_guard lock(skippedMutex);
-            TreeJsonWriter(streams.out).write(tree, skipped);
+            TreeJsonWriter(streams.out).write(tree, skipped, done->partial);
         }
     } else {
         const ItemCounts counts = countItems(tree);
@@ -399,6 +399,9 @@ int runScan(std::span<const std::string> rawArguments, CommandStreams streams) {
                     << (counts.folders == 1 ? " folder)" : " folders)");
         if (loadedFromCache && done->savedDate) {
             streams.out << "  cached " << relativeAge(secondsSince(*done->savedDate));
+        }
+        if (done->partial) {
+            streams.out << "  partial: the scan did not finish (--rescan scans it all)";
         }
         streams.out << '\n';
         printTreeListing(streams.out, tree,

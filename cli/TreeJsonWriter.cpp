@@ -151,7 +151,8 @@ void TreeJsonWriter::flushIfFull() {
 }
 
 void TreeJsonWriter::appendNodeOpening(const FileNode& node,
-                                       const std::vector<SkippedFolder>* unreadableFolders) {
+                                       const std::vector<SkippedFolder>* unreadableFolders,
+                                       bool partial) {
     buffer_.append("{\"name\":");
     appendJsonString(buffer_, node.name());
     buffer_.append(",\"path\":");
@@ -181,6 +182,7 @@ void TreeJsonWriter::appendNodeOpening(const FileNode& node,
         buffer_.append("null");
     }
     if (unreadableFolders != nullptr) {
+        buffer_.append(partial ? ",\"partial\":true" : ",\"partial\":false");
         buffer_.append(",\"unreadableFolders\":[");
         bool first = true;
         for (const auto& folder : *unreadableFolders) {
@@ -197,22 +199,22 @@ void TreeJsonWriter::appendNodeOpening(const FileNode& node,
 }
 
 void TreeJsonWriter::write(const FileNode& root) {
-    write(root, nullptr);
+    write(root, nullptr, false);
 }
 
 void TreeJsonWriter::write(const FileNode& root,
-                           const std::vector<SkippedFolder>& unreadableFolders) {
-    write(root, &unreadableFolders);
+                           const std::vector<SkippedFolder>& unreadableFolders, bool partial) {
+    write(root, &unreadableFolders, partial);
 }
 
 void TreeJsonWriter::write(const FileNode& root,
-                           const std::vector<SkippedFolder>* unreadableFolders) {
+                           const std::vector<SkippedFolder>* unreadableFolders, bool partial) {
     struct Frame {
         const FileNode* node;
         std::size_t nextChild;
     };
     std::vector<Frame> stack;
-    appendNodeOpening(root, unreadableFolders);
+    appendNodeOpening(root, unreadableFolders, partial);
     stack.push_back({&root, 0});
     while (!stack.empty()) {
         Frame& frame = stack.back();

@@ -28,10 +28,12 @@ public:
 
     void write(const FileNode& root);
     // The same, with the root object carrying
-    //   "unreadableFolders":[{"path":"/b/c","reason":"…"},…]
-    // before its children: the folders the scan could not read (paths below the scanned
-    // folder; "[]" when every folder was read).
-    void write(const FileNode& root, const std::vector<SkippedFolder>& unreadableFolders);
+    //   "partial":false,"unreadableFolders":[{"path":"/b/c","reason":"…"},…]
+    // before its children: whether the tree is the saved part of a scan that did not finish,
+    // and the folders the scan could not read (paths below the scanned folder; "[]" when
+    // every folder was read).
+    void write(const FileNode& root, const std::vector<SkippedFolder>& unreadableFolders,
+               bool partial = false);
 
     // `text` as a JSON string literal, quotes included, invalid UTF-8 bytes as U+FFFD.
     static void appendJsonString(std::string& buffer, std::string_view text);
@@ -39,9 +41,11 @@ public:
     static void appendIso8601(std::string& buffer, double unixSeconds);
 
 private:
-    void write(const FileNode& root, const std::vector<SkippedFolder>* unreadableFolders);
+    void write(const FileNode& root, const std::vector<SkippedFolder>* unreadableFolders,
+               bool partial);
     void appendNodeOpening(const FileNode& node,
-                           const std::vector<SkippedFolder>* unreadableFolders = nullptr);
+                           const std::vector<SkippedFolder>* unreadableFolders = nullptr,
+                           bool partial = false);
     void flushIfFull();
     void flush();
 

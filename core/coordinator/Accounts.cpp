@@ -111,9 +111,10 @@ void ScannerViewModel::removeAccount(const ProviderRef& provider,
             addAccountHelper_.deleteRemote(id, token);
             // A cloud account has one saved scan; a local one has one per volume
             // ("<id>_<path>"). Another account whose name merely begins the same keeps its own.
-            cache_->clear(id);
             if (type == "local") {
-                cache_->clearAllStems(id + "_");
+                cacheWriter_->clearWithPrefix(id, id + "_");
+            } else {
+                cacheWriter_->clear(id);
             }
             // The stored bucket, container and volume path go with the account, whatever its
             // type is now (a remote retyped since keeps nothing stale behind).

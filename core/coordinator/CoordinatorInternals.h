@@ -17,14 +17,6 @@ struct ScannerViewModel::RunningLoad {
     std::int64_t generation = 0;
 };
 
-// Cache writes in flight (checkpoints and the trees of cancelled scans), counted so that
-// quitting can wait for them.
-struct ScannerViewModel::PendingSaves {
-    std::mutex mutex;
-    std::condition_variable allDone;
-    int inFlight = 0;
-};
-
 // Sets a published field and tells the observers, when the value changes.
 template <class Value>
 void ScannerViewModel::publish(Value& field, Value value, PublishedField name) {

@@ -172,11 +172,16 @@ void ScannerViewModel::finishFolderRefresh(const FolderRefreshResult& result) {
     }
     std::vector<SkippedFolder> skipped = done->skippedFolders;
     skipped.insert(skipped.end(), result.skippedFolders.begin(), result.skippedFolders.end());
-    applyPaneState(State::Done{result.root, currentDate(), done->occupiedBytes, std::move(skipped)},
+    const bool partial = done->partial;
+    applyPaneState(State::Done{.root = result.root,
+                               .savedDate = currentDate(),
+                               .occupiedBytes = done->occupiedBytes,
+                               .skippedFolders = std::move(skipped),
+                               .partial = partial},
                    result.remoteID);
     if (const auto stem = lastScanCacheStemByRemoteID_.find(result.remoteID);
         stem != lastScanCacheStemByRemoteID_.end()) {
-        saveTreeInBackground(*result.root, stem->second, "folder refresh");
+        saveTreeInBackground(*result.root, stem->second, "folder refresh", partial);
     }
     notify(PublishedField::folderRefreshes);
 }

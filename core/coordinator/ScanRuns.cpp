@@ -152,15 +152,18 @@ void ScannerViewModel::performDetachedRemoteLoad(const ProviderRef& provider,
     try {
         std::optional<ScanCache::LoadedData> saved;
         if (clearCacheFirst) {
-            cache_->clear(stem);
+            cacheWriter_->clear(stem);
         } else {
+            // A tree saved a moment ago (the stop of this account's scan) is read, not the
+            // checkpoint before it.
+            cacheWriter_->waitForStem(stem);
             saved = cache_->loadData(stem);
         }
         throwIfCancelled(stopToken);
         if (saved) {
             apply(State::LoadingCache{remoteID, 0.0});
             int reportedPercent = 0;
-            auto root = decodeCacheNode(saved->bytes, [&](double fraction) {
+            auto decoded = decodeCacheRecord(saved->bytes, [&](double fraction) {
                 // Whole percents are plenty for a progress display.
                 const int percent = static_cast<int>(std::floor(fraction * 100.0));
                 if (percent > reportedPercent) {
@@ -169,13 +172,16 @@ void ScannerViewModel::performDetachedRemoteLoad(const ProviderRef& provider,
                 }
             });
             throwIfCancelled(stopToken);
-            if (root) {
+            if (decoded) {
                 std::optional<std::int64_t> occupied;
                 if (isLocal) {
                     occupied = provider->totalOccupiedBytesForScanPath(scanPath, stopToken);
                 }
                 ScanDiagnostics::log("loaded saved scan remote=" + remoteID + " stem=" + stem);
-                apply(State::Done{*root, saved->modified, occupied});
+                apply(State::Done{.root = decoded->root,
+                                  .savedDate = saved->modified,
+                                  .occupiedBytes = occupied,
+                                  .partial = decoded->partial});
                 return;
             }
             // An unreadable saved scan counts as none: a fresh scan replaces it.
@@ -366,38 +372,24 @@ void ScannerViewModel::recordScanCheckpointIfDue(const std::string& remoteID,
     if (stem == lastScanCacheStemByRemoteID_.end()) {
         return;
     }
-    saveTreeInBackground(*root, stem->second, "checkpoint");
+    saveTreeInBackground(*root, stem->second, "checkpoint", true);
 }
 
 void ScannerViewModel::saveTreeInBackground(const FileNode& root, const std::string& stem,
-                                            const char* why) {
+                                            const char* why, bool partial) {
     // The snapshot is taken here, on the main thread, which alone touches a live tree.
-    writeSnapshotInBackground(std::make_shared<CacheSnapshot>(snapshotForCache(root)), stem, why);
+    auto snapshot = std::make_shared<CacheSnapshot>(snapshotForCache(root));
+    snapshot->partial = partial;
+    writeSnapshotInBackground(std::move(snapshot), stem, why);
 }
 
 void ScannerViewModel::writeSnapshotInBackground(std::shared_ptr<const CacheSnapshot> snapshot,
                                                  const std::string& stem, const char* why) {
-    auto pending = pendingSaves_;
-    {
-        std::lock_guard lock(pending->mutex);
-        ++pending->inFlight;
-    }
-    std::thread([snapshot, stem, why = std::string(why), cache = cache_, pending] {
-        if (auto bytes = encodeCacheSnapshot(*snapshot)) {
-            cache->write(*bytes, stem);
-            ScanDiagnostics::log(why + " saved stem=" + stem +
-                                 " nodes=" + std::to_string(snapshot->nodeCount()));
-        }
-        std::lock_guard lock(pending->mutex);
-        --pending->inFlight;
-        pending->allDone.notify_all();
-    }).detach();
+    cacheWriter_->save(stem, std::move(snapshot), why);
 }
 
 bool ScannerViewModel::waitForSavedScans(std::chrono::milliseconds timeout) {
-    std::unique_lock lock(pendingSaves_->mutex);
-    return pendingSaves_->allDone.wait_for(lock, timeout,
-                                           [&] { return pendingSaves_->inFlight == 0; });
+    return cacheWriter_->waitForAll(timeout);
 }
 
 void ScannerViewModel::stopLoad(const std::string& remoteID, bool keepPartialTree) {
@@ -421,7 +413,7 @@ void ScannerViewModel::stopLoad(const std::string& remoteID, bool keepPartialTre
         }
         const auto stem = lastScanCacheStemByRemoteID_.find(remoteID);
         if (live && stem != lastScanCacheStemByRemoteID_.end()) {
-            saveTreeInBackground(*live, stem->second, "partial tree of a stopped scan");
+            saveTreeInBackground(*live, stem->second, "partial tree of a stopped scan", true);
         }
     }
     latestScanProgressByRemote_.erase(remoteID);

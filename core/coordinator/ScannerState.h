@@ -44,6 +44,8 @@ public:
         std::optional<std::int64_t> occupiedBytes;
         // Folders this scan could not read (empty for a saved scan that was opened).
         std::vector<SkippedFolder> skippedFolders;
+        // The saved tree of a scan that did not finish (stopped, or cut short).
+        bool partial = false;
     };
     struct Error {
         ScanErrorInfo info;

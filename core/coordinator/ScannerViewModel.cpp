@@ -34,7 +34,7 @@ ScannerViewModel::ScannerViewModel(ScannerViewModelOptions options)
     , addAccountHelper_(
           "", "", RcloneAdapterOptions{.runner = options_.runner, .settings = options_.settings})
     , liveness_(std::make_shared<Liveness>())
-    , pendingSaves_(std::make_shared<PendingSaves>()) {
+    , cacheWriter_(std::make_unique<ScanCacheWriter>(cache_)) {
     if (!options_.settings) {
         fatalError("ScannerViewModel needs a settings store");
     }

@@ -8,6 +8,7 @@
 #include "core/onboarding/NativeCredentialConfiguration.h"
 #include "core/onboarding/NativeCredentialOnboardingKind.h"
 #include "core/persistence/cache/ScanCache.h"
+#include "core/persistence/cache/ScanCacheWriter.h"
 #include "core/rclone/RcloneAdapter.h"
 #include "core/rclone/RcloneRunner.h"
 
@@ -280,7 +281,6 @@ private:
         std::vector<SkippedFolder> skippedFolders;
     };
     void finishFolderRefresh(const FolderRefreshResult& result);
-    struct PendingSaves;
     class Liveness;
 
     Clock::time_point now() const;
@@ -324,7 +324,9 @@ private:
     bool takeTurnIfDue(std::map<std::string, Clock::time_point>& lastTimes,
                        const std::string& remoteID, double intervalSeconds);
     void recordScanCheckpointIfDue(const std::string& remoteID, const FileNodeRef& root);
-    void saveTreeInBackground(const FileNode& root, const std::string& stem, const char* why);
+    // `partial`: the tree of a scan that has not finished (a checkpoint, a stopped scan).
+    void saveTreeInBackground(const FileNode& root, const std::string& stem, const char* why,
+                              bool partial);
     void writeSnapshotInBackground(std::shared_ptr<const CacheSnapshot> snapshot,
                                    const std::string& stem, const char* why);
     void stopLoad(const std::string& remoteID, bool keepPartialTree);
@@ -413,7 +415,9 @@ private:
     bool accountListPublished_ = false;
     std::optional<std::string> accountListError_;
     std::set<std::string> placeholderIDs_;
-    std::shared_ptr<PendingSaves> pendingSaves_;
+    // Declared last: destroyed first of the members, after the tasks were joined, it writes
+    // what is still queued.
+    std::unique_ptr<ScanCacheWriter> cacheWriter_;
 };
 
 } // namespace brimvale

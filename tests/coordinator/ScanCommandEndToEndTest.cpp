@@ -234,6 +234,17 @@ TEST_F(ScanCommandEndToEnd, AKilledScanLeavesACheckpointThatTheNextRunShows) {
         << next.standardOutput;
     EXPECT_EQ(next.standardOutput.find("(120 files"), std::string::npos)
         << "a checkpoint holds a partial tree: " << next.standardOutput;
+    EXPECT_NE(next.standardOutput.find("partial: the scan did not finish"), std::string::npos)
+        << next.standardOutput;
+    auto json = run({"scan", "slow:", "--json"});
+    EXPECT_NE(json.standardOutput.find("\"partial\":true"), std::string::npos);
+
+    // A finished scan replaces the checkpoint and is no longer partial.
+    auto whole = run({"scan", "slow:", "--rescan", "--quiet"});
+    ASSERT_EQ(whole.exitStatus, 0) << whole.standardError;
+    auto after = run({"scan", "slow:", "--json"});
+    EXPECT_NE(after.standardOutput.find("\"partial\":false"), std::string::npos)
+        << after.standardOutput.substr(0, 300);
 }
 
 TEST_F(ScanCommandEndToEnd, CtrlCStopsTheScanSavesWhatWasScannedAndExits130) {
@@ -259,6 +270,8 @@ TEST_F(ScanCommandEndToEnd, CtrlCStopsTheScanSavesWhatWasScannedAndExits130) {
     // The stopped scan's sizes were added up before it was saved.
     EXPECT_EQ(next.standardOutput.find("slow:  0 bytes"), std::string::npos) << next.standardOutput;
     EXPECT_EQ(next.standardOutput.find("(120 files"), std::string::npos) << next.standardOutput;
+    EXPECT_NE(next.standardOutput.find("partial: the scan did not finish"), std::string::npos)
+        << next.standardOutput;
 }
 
 } // namespace

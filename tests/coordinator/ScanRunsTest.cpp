@@ -247,23 +247,38 @@ TEST_F(ScanRunsTest, ResultsOfSupersededAndCancelledRunsNeverReachThePane) {
 TEST_F(ScanRunsTest, CancellingKeepsThePartialTreeWhichTheNextSelectionShowsAsSaved) {
     viewModel->selectProvider(providerNamed("photos"));
     ASSERT_TRUE(photos->waitForScans(1));
+    // The first partial tree is checkpointed at once; the second only by the stop.
+    auto early = folder("photos", {file("half.bin", 300)});
+    early->relinkDescendantParentPointers();
+    early->propagateSizes();
+    photos->push(ScriptedProvider::PartialTree{early});
+    ASSERT_TRUE(pumpUntil([&] { return photos->waitUntilDrained(std::chrono::milliseconds(1)); }));
+    ASSERT_TRUE(viewModel->waitForSavedScans(std::chrono::seconds(10)));
+    ASSERT_TRUE(cacheFileExists("photos"));
     auto partial = folder("photos", {file("half.bin", 300), file("other.bin", 200)});
     partial->relinkDescendantParentPointers();
     partial->propagateSizes();
     photos->push(ScriptedProvider::PartialTree{partial});
     ASSERT_TRUE(pumpUntil([&] { return photos->waitUntilDrained(std::chrono::milliseconds(1)); }));
-    std::filesystem::remove(cacheFolder / "photos.cache"); // the first checkpoint
     viewModel->cancelScan();
-    ASSERT_TRUE(viewModel->waitForSavedScans(std::chrono::seconds(10)));
-    ASSERT_TRUE(cacheFileExists("photos"));
     EXPECT_EQ(paneCase("photos"), Case::idle);
 
+    // Selected again at once: the tree the stop saved, never the older checkpoint.
     viewModel->selectProvider(providerNamed("photos"));
     ASSERT_TRUE(pumpUntil([&] { return paneCase("photos") == Case::done; }));
     const auto* done = viewModel->state().as<ScannerState::Done>();
     EXPECT_EQ(done->root->size(), 500);
     EXPECT_EQ(childNames(*done->root), (std::vector<std::string>{"half.bin", "other.bin"}));
+    EXPECT_TRUE(done->partial);
     EXPECT_EQ(photos->scansStarted(), 1);
+
+    // Rescanning to the end replaces the partial tree with a whole one.
+    viewModel->rescan();
+    ASSERT_TRUE(photos->waitForScans(2));
+    auto whole = folder("photos", {file("half.bin", 300), file("other.bin", 200)});
+    photos->push(ScriptedProvider::Finish{whole});
+    ASSERT_TRUE(pumpUntil([&] { return paneCase("photos") == Case::done; }));
+    EXPECT_FALSE(viewModel->state().as<ScannerState::Done>()->partial);
 }
 
 TEST_F(ScanRunsTest, CheckpointsAreWrittenNoMoreOftenThanTheirInterval) {

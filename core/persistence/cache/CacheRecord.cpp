@@ -48,6 +48,9 @@ std::optional<std::vector<std::uint8_t>> encodeCacheSnapshot(const CacheSnapshot
         writer.addRealColumn("mt", snapshot.modTimes);
         writer.addStringColumn("pi", snapshot.pids);
         writer.addStringColumn("mi", snapshot.mimes);
+        if (snapshot.partial) {
+            writer.addInteger("pa", 1);
+        }
         propertyList = writer.write();
     } catch (const std::exception&) {
         return std::nullopt;
@@ -80,6 +83,10 @@ CacheSnapshot decodeCacheSnapshot(std::span<const std::uint8_t> propertyList) {
     snapshot.modTimes = readRealColumn(reader, reader.at(top, "mt"));
     snapshot.pids = readStringColumn(reader, reader.at(top, "pi"));
     snapshot.mimes = readStringColumn(reader, reader.at(top, "mi"));
+    if (const auto partial = reader.find(top, "pa")) {
+        snapshot.partial =
+            reader.kind(*partial) == PlistKind::Integer && reader.integer(*partial) != 0;
+    }
     return snapshot;
 }
 
@@ -151,6 +158,15 @@ std::optional<FileNodeRef> rebuildTree(const CacheSnapshot& snapshot,
 
 std::optional<FileNodeRef> decodeCacheNode(std::span<const std::uint8_t> data,
                                            const std::function<void(double)>& onProgress) {
+    auto decoded = decodeCacheRecord(data, onProgress);
+    if (!decoded) {
+        return std::nullopt;
+    }
+    return std::move(decoded->root);
+}
+
+std::optional<DecodedScan> decodeCacheRecord(std::span<const std::uint8_t> data,
+                                             const std::function<void(double)>& onProgress) {
     std::vector<std::uint8_t> decompressed;
     std::span<const std::uint8_t> propertyList = data;
     try {
@@ -170,6 +186,7 @@ std::optional<FileNodeRef> decodeCacheNode(std::span<const std::uint8_t> data,
         decompressed = {};
         report(onProgress, 0.5);
         auto root = rebuildTree(*snapshot, onProgress);
+        const bool partial = snapshot->partial;
         snapshot.reset();
         if (!root) {
             return std::nullopt;
@@ -180,7 +197,7 @@ std::optional<FileNodeRef> decodeCacheNode(std::span<const std::uint8_t> data,
         report(onProgress, 0.92);
         (*root)->sortChildren();
         report(onProgress, 1.0);
-        return root;
+        return DecodedScan{.root = std::move(*root), .partial = partial};
     }
 
     report(onProgress, 0.5);
@@ -193,7 +210,7 @@ std::optional<FileNodeRef> decodeCacheNode(std::span<const std::uint8_t> data,
     report(onProgress, 0.92);
     (*root)->sortChildren();
     report(onProgress, 1.0);
-    return root;
+    return DecodedScan{.root = std::move(*root)};
 }
 
 } // namespace brimvale

@@ -20,6 +20,8 @@ struct CacheSnapshot {
     std::vector<double> modTimes;   // seconds since 2001-01-01 00:00:00 UTC; 0.0 for none
     std::vector<std::string> pids;  // provider ids; "" for none
     std::vector<std::string> mimes; // MIME types; "" for none
+    // The tree of a scan that did not finish (stopped, or a checkpoint of a running scan).
+    bool partial = false;
 
     std::size_t nodeCount() const { return names.size(); }
 };

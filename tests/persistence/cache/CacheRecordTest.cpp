@@ -129,6 +129,38 @@ TEST(CacheRecord, LoneRootsPathsAndUncompressedRecords) {
     const auto& b = (*fromPlain)->children()[0]->children()[0];
     EXPECT_EQ(b->path(), "/a/b"); // an empty root path joins with "/"
     EXPECT_EQ(b->modifiedDate(), Date{1.5});
+    EXPECT_FALSE(decodeCacheRecord(propertyList)->partial);
+
+    // The partial mark of a stopped scan survives the round trip; a mark of another type or
+    // of zero is not one.
+    auto stopped = snapshotForCache(*sampleTree());
+    stopped.partial = true;
+    const auto partial = decodeCacheRecord(*encodeCacheSnapshot(stopped));
+    ASSERT_TRUE(partial);
+    EXPECT_TRUE(partial->partial);
+    EXPECT_EQ(partial->root->size(), 3'500'012);
+    EXPECT_FALSE(decodeCacheRecord(*encodeCacheSnapshot(snapshotForCache(*sampleTree())))->partial);
+    for (const bool asText : {true, false}) {
+        BinaryPlistWriter marked;
+        marked.addInteger("v", 2);
+        marked.addString("rp", plain.rootPath);
+        marked.addString("rn", plain.rootName);
+        marked.addStringColumn("nm", plain.names);
+        marked.addInt32Column("pr", plain.parents);
+        marked.addBooleanColumn("di", plain.isDirs);
+        marked.addInt64Column("sz", plain.sizes);
+        marked.addRealColumn("mt", plain.modTimes);
+        marked.addStringColumn("pi", plain.pids);
+        marked.addStringColumn("mi", plain.mimes);
+        if (asText) {
+            marked.addString("pa", "1");
+        } else {
+            marked.addInteger("pa", 0);
+        }
+        const auto decodedMarked = decodeCacheRecord(marked.write());
+        ASSERT_TRUE(decodedMarked);
+        EXPECT_FALSE(decodedMarked->partial);
+    }
 }
 
 TEST(CacheRecord, DamagedRecordsGiveNoTreeNeverACrash) {

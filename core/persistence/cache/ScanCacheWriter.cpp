@@ -1,0 +1,106 @@
+#include "core/persistence/cache/ScanCacheWriter.h"
+
+#include "core/persistence/cache/CacheRecord.h"
+#include "core/persistence/cache/ScanCache.h"
+#include "core/support/ScanDiagnostics.h"
+
+#include <algorithm>
+
+namespace brimvale {
+
+ScanCacheWriter::ScanCacheWriter(std::shared_ptr<ScanCache> cache)
+    : cache_(std::move(cache))
+    , thread_([this] { run(); }) {}
+
+ScanCacheWriter::~ScanCacheWriter() {
+    {
+        std::lock_guard lock(mutex_);
+        stopping_ = true;
+    }
+    changed_.notify_all();
+    thread_.join();
+}
+
+void ScanCacheWriter::save(const std::string& stem, std::shared_ptr<const CacheSnapshot> snapshot,
+                           std::string why) {
+    {
+        std::lock_guard lock(mutex_);
+        auto [slot, added] = waiting_.try_emplace(stem);
+        if (added) {
+            order_.push_back(stem);
+        } else {
+            ScanDiagnostics::log(slot->second.why + " for stem=" + stem + " superseded by " + why);
+            ++superseded_;
+        }
+        slot->second = Job{std::move(snapshot), std::move(why)};
+    }
+    changed_.notify_all();
+}
+
+template <class Matches>
+void ScanCacheWriter::dropAndWait(std::unique_lock<std::mutex>& lock, Matches matches) {
+    for (auto it = waiting_.begin(); it != waiting_.end();) {
+        it = matches(it->first) ? waiting_.erase(it) : std::next(it);
+    }
+    std::erase_if(order_, [&](const std::string& stem) { return matches(stem); });
+    changed_.wait(lock, [&] { return !busy_ || !matches(writing_); });
+}
+
+void ScanCacheWriter::clear(const std::string& stem) {
+    std::unique_lock lock(mutex_);
+    dropAndWait(lock, [&](const std::string& candidate) { return candidate == stem; });
+    // Still under the lock: no write of this stem can start until the files are gone.
+    cache_->clear(stem);
+}
+
+void ScanCacheWriter::clearWithPrefix(const std::string& stem, const std::string& prefix) {
+    std::unique_lock lock(mutex_);
+    dropAndWait(lock, [&](const std::string& candidate) {
+        return candidate == stem || candidate.starts_with(prefix);
+    });
+    cache_->clear(stem);
+    cache_->clearAllStems(prefix);
+}
+
+void ScanCacheWriter::waitForStem(const std::string& stem) {
+    std::unique_lock lock(mutex_);
+    changed_.wait(lock, [&] { return !waiting_.contains(stem) && !(busy_ && writing_ == stem); });
+}
+
+bool ScanCacheWriter::waitForAll(std::chrono::milliseconds timeout) {
+    std::unique_lock lock(mutex_);
+    return changed_.wait_for(lock, timeout, [&] { return order_.empty() && !busy_; });
+}
+
+std::uint64_t ScanCacheWriter::supersededWrites() const {
+    std::lock_guard lock(mutex_);
+    return superseded_;
+}
+
+void ScanCacheWriter::run() {
+    std::unique_lock lock(mutex_);
+    for (;;) {
+        changed_.wait(lock, [&] { return stopping_ || !order_.empty(); });
+        if (order_.empty()) {
+            return; // stopping, and nothing left to write
+        }
+        std::string stem = std::move(order_.front());
+        order_.pop_front();
+        auto job = waiting_.extract(stem);
+        writing_ = stem;
+        busy_ = true;
+        lock.unlock();
+        if (auto bytes = encodeCacheSnapshot(*job.mapped().snapshot)) {
+            cache_->write(*bytes, stem);
+            ScanDiagnostics::log(job.mapped().why + " saved stem=" + stem +
+                                 " nodes=" + std::to_string(job.mapped().snapshot->nodeCount()));
+        }
+        job.mapped().snapshot.reset();
+        lock.lock();
+        busy_ = false;
+        writing_.clear();
+        changed_.notify_all();
+    }
+}
+
+} // namespace brimvale

@@ -1,0 +1,70 @@
+#pragma once
+
+#include "core/persistence/cache/CacheSnapshot.h"
+
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <deque>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+
+namespace brimvale {
+
+class ScanCache;
+
+// Encodes and writes saved scans on a thread of its own, in the order they were asked for.
+// Each stem has at most one write waiting: a newer tree for the same stem replaces the one
+// still waiting (it is older, so writing it would only be undone), and the write in progress
+// finishes first. So a checkpoint asked for before a finished scan's save can never land after
+// it, and nothing queued before a clear is written after it.
+// Thread safety: every member may be called from any thread.
+class ScanCacheWriter {
+public:
+    explicit ScanCacheWriter(std::shared_ptr<ScanCache> cache);
+    // Writes what is still queued, then ends its thread: a save asked for is never lost.
+    ~ScanCacheWriter();
+
+    ScanCacheWriter(const ScanCacheWriter&) = delete;
+    ScanCacheWriter& operator=(const ScanCacheWriter&) = delete;
+
+    // Queues `snapshot` to be written as <stem>.cache; `why` goes to the diagnostics log.
+    void save(const std::string& stem, std::shared_ptr<const CacheSnapshot> snapshot,
+              std::string why);
+    // Drops the stem's waiting write, waits for the one in progress, then removes the stem's
+    // files (ScanCache::clear).
+    void clear(const std::string& stem);
+    // The same for `stem` itself and every stem that begins with `prefix`.
+    void clearWithPrefix(const std::string& stem, const std::string& prefix);
+    // Waits until the stem's queued write, if any, is on disk: what a load reads next is then
+    // the newest tree asked for.
+    void waitForStem(const std::string& stem);
+    // Waits until everything queued so far is written; true when it was within `timeout`.
+    bool waitForAll(std::chrono::milliseconds timeout);
+    // How many writes were dropped because a newer one for the same stem replaced them.
+    std::uint64_t supersededWrites() const;
+
+private:
+    struct Job {
+        std::shared_ptr<const CacheSnapshot> snapshot;
+        std::string why;
+    };
+    void run();
+    template <class Matches> void dropAndWait(std::unique_lock<std::mutex>& lock, Matches matches);
+
+    std::shared_ptr<ScanCache> cache_;
+    mutable std::mutex mutex_;
+    std::condition_variable changed_;
+    std::map<std::string, Job> waiting_; // by stem
+    std::deque<std::string> order_;      // stems with a waiting job, oldest first
+    std::string writing_;                // the stem being written ("" when none)
+    bool busy_ = false;
+    bool stopping_ = false;
+    std::uint64_t superseded_ = 0;
+    std::thread thread_;
+};
+
+} // namespace brimvale
