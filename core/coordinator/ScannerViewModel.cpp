@@ -41,7 +41,6 @@ ScannerViewModel::ScannerViewModel(ScannerViewModelOptions options)
 }
 
 ScannerViewModel::~ScannerViewModel() {
-    liveness_.reset();
     // The web helper runs without a password on this computer: it must not outlive its use.
     terminateGuidedProcess();
     webConfigServer_.reset();
@@ -52,6 +51,8 @@ ScannerViewModel::~ScannerViewModel() {
         task->cancel();
     }
     tasks_.clear();
+    // Only now, with no task left to post, do queued jobs learn that this object is gone.
+    liveness_.reset();
 }
 
 ScannerViewModel::Clock::time_point ScannerViewModel::now() const {
@@ -268,13 +269,14 @@ ProviderRef ScannerViewModel::makeProvider(const AccountEntry& entry) {
 
 void ScannerViewModel::refreshProviders(std::function<void()> onFinished) {
     ++refreshInFlight_;
+    newestRefreshEnded_ = false;
     const std::uint64_t refreshNumber = ++latestRefreshNumber_;
     auto finished = std::make_shared<std::function<void()>>(std::move(onFinished));
     launchTask("refresh accounts", [this, refreshNumber, finished](std::stop_token token) {
-        purgeBvPrefixedTestRemotesOnceIfNeeded(token);
         std::optional<AccountDirectory> directory;
         std::optional<std::string> failure;
         try {
+            purgeBvPrefixedTestRemotesOnceIfNeeded(token);
             // One run of rclone: the dump names every remote and holds its settings.
             const auto dump = addAccountHelper_.configDumpDictionary(token);
             const auto remotes = configuredRemotes(dump);
@@ -286,6 +288,7 @@ void ScannerViewModel::refreshProviders(std::function<void()> onFinished) {
             directory = readAccountDirectory(names, dump);
             repairAliasedRcloneProviderTypesIfNeeded(directory->repairs, token);
         } catch (const CancellationError&) {
+            postIfAlive([this, refreshNumber] { finishAccountListRefresh(refreshNumber, {}); });
             throw;
         } catch (const std::exception& error) {
             failure = error.what();
@@ -293,8 +296,6 @@ void ScannerViewModel::refreshProviders(std::function<void()> onFinished) {
         }
         postIfAlive(
             [this, refreshNumber, finished, failure, directory = std::move(directory)]() mutable {
-                --refreshInFlight_;
-                // A later refresh has newer news.
                 if (refreshNumber == latestRefreshNumber_) {
                     accountListError_ = failure;
                     if (directory) {
@@ -305,11 +306,30 @@ void ScannerViewModel::refreshProviders(std::function<void()> onFinished) {
                         publishAccountDirectory(readAccountDirectory({}, {}));
                     }
                 }
-                if (*finished) {
-                    (*finished)();
-                }
+                finishAccountListRefresh(refreshNumber, std::move(*finished));
             });
     });
+}
+
+void ScannerViewModel::finishAccountListRefresh(std::uint64_t refreshNumber,
+                                                std::function<void()> onFinished) {
+    --refreshInFlight_;
+    if (refreshNumber == latestRefreshNumber_) {
+        newestRefreshEnded_ = true;
+    }
+    if (onFinished) {
+        // A superseded refresh's follow-up waits for the newest list, so it never acts on an
+        // older one or runs before a newer one is shown.
+        refreshFollowUps_.push_back(std::move(onFinished));
+    }
+    if (refreshNumber != latestRefreshNumber_ && !newestRefreshEnded_) {
+        return;
+    }
+    auto followUps = std::move(refreshFollowUps_);
+    refreshFollowUps_.clear();
+    for (auto& followUp : followUps) {
+        followUp();
+    }
 }
 
 void ScannerViewModel::publishAccountDirectory(AccountDirectory directory) {

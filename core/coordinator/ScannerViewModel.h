@@ -333,6 +333,7 @@ private:
 
     // The account list.
     void publishAccountDirectory(AccountDirectory directory);
+    void finishAccountListRefresh(std::uint64_t refreshNumber, std::function<void()> onFinished);
     ProviderRef makeProvider(const AccountEntry& entry);
     void purgeBvPrefixedTestRemotesOnceIfNeeded(std::stop_token stopToken);
     void repairAliasedRcloneProviderTypesIfNeeded(const std::vector<AliasedTypeRepair>& pairs,
@@ -412,6 +413,9 @@ private:
     std::uint64_t nextTaskID_ = 1;
     int refreshInFlight_ = 0;
     std::uint64_t latestRefreshNumber_ = 0;
+    bool newestRefreshEnded_ = true;
+    // What finished refreshes asked to do once the newest account list is in.
+    std::vector<std::function<void()>> refreshFollowUps_;
     bool accountListPublished_ = false;
     std::optional<std::string> accountListError_;
     std::set<std::string> placeholderIDs_;

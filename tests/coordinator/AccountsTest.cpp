@@ -181,6 +181,41 @@ TEST_F(AccountsTest, AnAccountThatLeavesTheConfigurationStopsItsLoadAndLeavesThe
     EXPECT_EQ(paneCase("photos"), Case::idle);
 }
 
+TEST_F(AccountsTest, OverlappingAccountListRefreshesActOnTheNewestListAndCancelledOnesEnd) {
+    // Every second `config dump` takes a while: the later of two refreshes ends last.
+    const auto counter = sandbox.folder() / "dumps";
+    makeViewModel(sandbox.fakeRunner(
+        "n=$(cat '" + counter.string() + "' 2>/dev/null || echo 0); n=$((n+1)); echo $n > '" +
+        counter.string() + "'\n" + "[ $((n % 2)) -eq 0 ] && sleep 1\n" +
+        "exec /usr/bin/rclone \"$@\""));
+    refresh();
+    sandbox.addRemote("added", "alias", {{"remote", "/nonexistent"}});
+    // The sign-in that made "added" selects it once the list is read; meanwhile something else
+    // asks for the list again. The first refresh ends first, superseded: its follow-up must
+    // wait for the newest list, which is the one that holds the account.
+    bool sawTheAccount = false;
+    bool followedUp = false;
+    viewModel->refreshProviders([&] {
+        followedUp = true;
+        sawTheAccount = providerNamed("added") != nullptr;
+    });
+    viewModel->refreshProviders();
+    ASSERT_TRUE(pumpUntil([&] { return followedUp; }));
+    EXPECT_TRUE(sawTheAccount);
+    ASSERT_TRUE(pumpUntil([&] { return !viewModel->hasBackgroundWork(); }));
+
+    // A refresh stopped midway ends all the same: nothing is left waiting for it.
+    viewModel->refreshProviders();
+    viewModel->refreshProviders();
+    viewModel->cancelAllWork();
+    EXPECT_TRUE(
+        pumpUntil([&] { return !viewModel->hasBackgroundWork(); }, std::chrono::seconds(5)));
+    bool afterwards = false;
+    viewModel->refreshProviders([&] { afterwards = true; });
+    EXPECT_TRUE(pumpUntil([&] { return afterwards; }));
+    EXPECT_NE(providerNamed("added"), nullptr);
+}
+
 } // namespace
 } // namespace brimvale::testing
 

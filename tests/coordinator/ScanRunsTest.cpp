@@ -281,6 +281,41 @@ TEST_F(ScanRunsTest, CancellingKeepsThePartialTreeWhichTheNextSelectionShowsAsSa
     EXPECT_FALSE(viewModel->state().as<ScannerState::Done>()->partial);
 }
 
+TEST_F(ScanRunsTest, DestroyingTheCoordinatorMidScanEndsEverythingAndKeepsTheStoppedTree) {
+    // Quitting while a scan streams partial trees and progress: the tasks end before anything
+    // they use goes, jobs they posted meanwhile do nothing, and the stopped tree is saved.
+    for (int round = 0; round < 5; ++round) {
+        if (!viewModel) {
+            makeViewModel();
+            refresh();
+        }
+        viewModel->selectProvider(providerNamed("photos"));
+        ASSERT_TRUE(photos->waitForScans(round + 1));
+        auto partial = folder("photos", {file("a.bin", 10 + round)});
+        partial->relinkDescendantParentPointers();
+        partial->propagateSizes();
+        photos->push(ScriptedProvider::PartialTree{partial});
+        for (int step = 0; step < 50; ++step) {
+            photos->push(ScriptedProvider::Progress{ScanProgress{}});
+        }
+        ASSERT_TRUE(
+            pumpUntil([&] { return photos->waitUntilDrained(std::chrono::milliseconds(1)); }));
+        for (int step = 0; step < 50; ++step) {
+            photos->push(ScriptedProvider::Progress{ScanProgress{}});
+        }
+        viewModel->cancelAllWork();
+        viewModel.reset();
+        queue.runUntilIdle();
+        const auto saved = ScanCache(cacheFolder.path().string()).loadData("photos");
+        ASSERT_TRUE(saved);
+        const auto decoded = decodeCacheRecord(saved->bytes);
+        ASSERT_TRUE(decoded);
+        EXPECT_TRUE(decoded->partial);
+        EXPECT_EQ(decoded->root->size(), 10 + round);
+        std::filesystem::remove(cacheFolder / "photos.cache");
+    }
+}
+
 TEST_F(ScanRunsTest, CheckpointsAreWrittenNoMoreOftenThanTheirInterval) {
     viewModel->selectProvider(providerNamed("photos"));
     ASSERT_TRUE(photos->waitForScans(1));
