@@ -439,6 +439,7 @@ void ScannerViewModel::runGuidedConnect(const ProviderRef& provider, bool reconn
     const std::string id = provider->remoteID();
     const std::string type = provider->rcloneType();
     auto box = freshProcessBox();
+    guidedConnectBox_ = box;
     publish(isGuidedConnectRunning_, true, PublishedField::isGuidedConnectRunning);
     publish(mainFlowSignInURL_, std::optional<std::string>(), PublishedField::mainFlowSignInURL);
     applyPaneState(State::NeedsSetup{provider}, id);
@@ -463,8 +464,18 @@ void ScannerViewModel::runGuidedConnect(const ProviderRef& provider, bool reconn
             failure = ScanErrorInfo::addAccountFlowMessage(error);
         }
         postIfAlive([this, box, provider, id, outcome, failure, onFinished] {
+            const bool ownsRunningFlag = guidedConnectBox_ == box;
+            if (ownsRunningFlag) {
+                guidedConnectBox_.reset();
+            }
             if (guidedProcessBox_ != box) {
-                return; // cancelled, or a newer flow replaced this one
+                // Cancelled, or another flow (an add-account sign-in, a form) replaced this
+                // one: no connect runs any more unless a newer connect took the flag.
+                if (ownsRunningFlag) {
+                    publish(isGuidedConnectRunning_, false, PublishedField::isGuidedConnectRunning);
+                }
+                call(onFinished, false);
+                return;
             }
             guidedProcessBox_.reset();
             if (failure) {

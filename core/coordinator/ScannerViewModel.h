@@ -392,6 +392,8 @@ private:
 
     // Internal.
     std::shared_ptr<RcloneGuidedProcessBox> guidedProcessBox_;
+    // The process box of the guided connect that set isGuidedConnectRunning_.
+    std::shared_ptr<RcloneGuidedProcessBox> guidedConnectBox_;
     std::unique_ptr<RcloneWebConfigServer> webConfigServer_;
     // A remote the add-account flow created and has not finished; deleted on cancel.
     std::optional<std::string> addAccountCreatedRemote_;

@@ -254,6 +254,38 @@ TEST_F(ConnectHooksTest, ASignInThatCannotRunShowsAnErrorAndCancellingSetupGoesI
     EXPECT_FALSE(viewModel->showWebConfigSheet());
 }
 
+TEST_F(ConnectHooksTest, ASignInReplacedByAnotherFlowNoLongerCountsAsRunning) {
+    // rclone's guided set-up of a Drive account waits at its sign-in address (offline).
+    sandbox.addRemote("gd", "drive");
+    makeViewModel();
+    refresh();
+    bool finished = false;
+    bool succeeded = true;
+    viewModel->beginGuidedConnect(providerNamed("gd"), [&](bool ok) {
+        finished = true;
+        succeeded = ok;
+    });
+    ASSERT_TRUE(pumpUntil([&] { return viewModel->mainFlowSignInURL().has_value(); }));
+    EXPECT_TRUE(viewModel->isGuidedConnectRunning());
+
+    // The user turns to adding another account, which signs in through rclone too.
+    viewModel->beginAddAccount();
+    viewModel->runAddAccountGuidedFlow("gd2", "drive");
+    ASSERT_TRUE(pumpUntil([&] { return finished; }));
+    EXPECT_FALSE(succeeded);
+    EXPECT_FALSE(viewModel->isGuidedConnectRunning()) << "the account could never connect again";
+    viewModel->cancelAddAccount();
+
+    // It can be connected again.
+    finished = false;
+    viewModel->beginGuidedConnect(providerNamed("gd"), [&](bool) { finished = true; });
+    EXPECT_TRUE(viewModel->isGuidedConnectRunning());
+    ASSERT_TRUE(pumpUntil([&] { return viewModel->mainFlowSignInURL().has_value(); }));
+    viewModel->cancelSetup(providerNamed("gd"));
+    ASSERT_TRUE(pumpUntil([&] { return finished; }));
+    EXPECT_FALSE(viewModel->isGuidedConnectRunning());
+}
+
 TEST_F(ConnectHooksTest, TheAddAccountSheetProposesFreeNamesRefusesBadFormsAndKeepsASavedOne) {
     sandbox.addRemote("sftp", "sftp", {{"host", "h"}});
     makeViewModel();
