@@ -523,10 +523,13 @@ void ScannerViewModel::cancelLocalDiskScanPicker() {
     publish(showLocalVolumePicker_, false, PublishedField::showLocalVolumePicker);
     publish(pendingLocalDiskPickerRemoteID_, std::optional<std::string>(),
             PublishedField::pendingLocalDiskPickerRemoteID);
-    if (pending) {
-        applyPaneState(State::idle(), *pending);
-    } else if (activeProvider_) {
-        applyPaneState(State::idle(), activeProvider_->remoteID());
+    std::optional<std::string> target = pending;
+    if (!target && activeProvider_) {
+        target = activeProvider_->remoteID();
+    }
+    // Closing the picker changes nothing that was there: a finished tree stays on screen.
+    if (target && !paneState(*target).is<State::Done>()) {
+        applyPaneState(State::idle(), *target);
     }
 }
 

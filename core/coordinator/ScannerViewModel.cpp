@@ -338,9 +338,16 @@ void ScannerViewModel::publishAccountDirectory(AccountDirectory directory) {
     std::set<std::string> configured;
     std::set<std::string> types;
     std::map<std::string, bool> ready;
+    // Rows that now stand for another account under the same name: a pinned placeholder in
+    // place of a removed account, or a remote retyped. They start afresh.
+    std::set<std::string> gone;
     for (const auto& entry : directory.accounts) {
         // A row that did not change keeps its provider object, so views holding it stay valid.
         ProviderRef kept = provider(entry.remoteName);
+        if (kept && (kept->rcloneType() != entry.rcloneType ||
+                     placeholderIDs_.contains(entry.remoteName) != entry.isPlaceholder)) {
+            gone.insert(entry.remoteName);
+        }
         const bool keep = kept && kept->rcloneType() == entry.rcloneType &&
                           kept->displayName() == entry.displayName &&
                           placeholderIDs_.contains(entry.remoteName) == entry.isPlaceholder;
@@ -369,7 +376,6 @@ void ScannerViewModel::publishAccountDirectory(AccountDirectory directory) {
 
     // Accounts that left the list stop their loads and forget their panes: their results
     // would have nowhere to go, and an account added again under the name starts afresh.
-    std::set<std::string> gone;
     for (const auto& [remoteID, load] : loadTasksByRemote_) {
         if (!provider(remoteID)) {
             gone.insert(remoteID);

@@ -181,6 +181,35 @@ TEST_F(AccountsTest, AnAccountThatLeavesTheConfigurationStopsItsLoadAndLeavesThe
     EXPECT_EQ(paneCase("photos"), Case::idle);
 }
 
+TEST_F(AccountsTest, APlaceholderOrARetypedRemoteUnderAnOldNameStartsWithAnEmptyPane) {
+    sandbox.addRemote("dropbox", "dropbox", {{"token", "{\"access_token\":\"x\"}"}});
+    sandbox.addRemote("photos", "alias", {{"remote", "/nonexistent"}});
+    auto dropbox = script("dropbox", "dropbox");
+    auto photos = script("photos");
+    makeViewModel();
+    refresh();
+    ASSERT_TRUE(viewModel->configuredRemoteNames().contains("dropbox"));
+    viewModel->selectProvider(providerNamed("photos"));
+    ASSERT_TRUE(photos->waitForScans(1));
+    photos->push(ScriptedProvider::Finish{tree("photos", 5)});
+    ASSERT_TRUE(pumpUntil([&] { return paneCase("photos") == Case::done; }));
+    viewModel->selectProvider(providerNamed("dropbox"));
+    ASSERT_TRUE(dropbox->waitForScans(1));
+    dropbox->push(ScriptedProvider::Finish{tree("dropbox", 7)});
+    ASSERT_TRUE(pumpUntil([&] { return paneCase("dropbox") == Case::done; }));
+
+    // The Dropbox account leaves the configuration: its pinned placeholder takes the row, and
+    // "photos" becomes another kind of account under the same name.
+    writeFile(sandbox.configPath(), "");
+    sandbox.addRemote("photos", "memory");
+    refresh();
+    ASSERT_NE(providerNamed("dropbox"), nullptr);
+    EXPECT_FALSE(viewModel->configuredRemoteNames().contains("dropbox"));
+    EXPECT_EQ(paneCase("dropbox"), Case::idle);
+    EXPECT_TRUE(viewModel->state().is<ScannerState::Idle>()) << "the removed account's tree";
+    EXPECT_EQ(paneCase("photos"), Case::idle);
+}
+
 TEST_F(AccountsTest, OverlappingAccountListRefreshesActOnTheNewestListAndCancelledOnesEnd) {
     // Every second `config dump` takes a while: the later of two refreshes ends last.
     const auto counter = sandbox.folder() / "dumps";

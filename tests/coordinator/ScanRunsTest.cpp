@@ -479,6 +479,15 @@ TEST_F(LocalAccountTest, TheLocalRowScansRootUnlessAPathWasChosenAndAConfiguredO
     // Each volume of a local account has its own saved scan.
     EXPECT_TRUE(viewModel->waitForSavedScans(std::chrono::seconds(20)));
     EXPECT_TRUE(std::filesystem::exists(cacheFolder / "mydisk_srv__media.cache"));
+
+    // Back to the account: the picker asks again; closing it keeps the finished tree.
+    viewModel->selectProvider(providerNamed("localdisk"));
+    viewModel->selectProvider(providerNamed("mydisk"));
+    EXPECT_TRUE(viewModel->showLocalVolumePicker());
+    viewModel->cancelLocalDiskScanPicker();
+    EXPECT_EQ(paneCase("mydisk"), Case::done);
+    ASSERT_TRUE(viewModel->state().is<ScannerState::Done>());
+    EXPECT_EQ(viewModel->state().as<ScannerState::Done>()->root->name(), "media");
 }
 
 TEST_F(LocalAccountTest, TheRealLocalScannerRunsThroughTheCoordinatorOnAChosenFolder) {
