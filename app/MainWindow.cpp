@@ -101,6 +101,8 @@ MainWindow::MainWindow(ScannerViewModel& viewModel, Options options, QWidget* pa
     connect(signals_, &ViewModelSignals::accountRemovalErrorChanged, this,
             &MainWindow::showRemovalError);
     connect(signals_, &ViewModelSignals::onboardingChanged, this, &MainWindow::updateOnboarding);
+    connect(signals_, &ViewModelSignals::folderRefreshesChanged, this,
+            &MainWindow::showFolderRefreshes);
 
     connect(sidebar_, &AccountSidebar::accountActivated, this, &MainWindow::accountActivated);
     connect(sidebar_, &AccountSidebar::addAccountRequested, this, &MainWindow::openAddAccountSheet);
@@ -327,7 +329,12 @@ void MainWindow::showState() {
     case ScannerState::Case::done: {
         const auto* done = state.as<ScannerState::Done>();
         tree_->setAccessAdvisory(viewModel_.showFullDiskAccessAdvisory());
-        tree_->showDone(done->root, done->savedDate, done->occupiedBytes);
+        tree_->showDone({.root = done->root,
+                         .savedDate = done->savedDate,
+                         .occupiedBytes = done->occupiedBytes,
+                         .skippedFolders = done->skippedFolders,
+                         .partial = done->partial,
+                         .local = activeIsLocal()});
         detail_->setCurrentWidget(tree_);
         break;
     }
@@ -338,10 +345,22 @@ void MainWindow::showState() {
     }
     lastCase_ = state.kind();
     lastActiveID_ = activeID;
+    showFolderRefreshes();
     setWindowTitle(active ? tr("%1 — Brimvale").arg(qtText(active->displayName()))
                           : QString::fromLatin1(kProductName));
     updateOnboarding();
     updateActions();
+}
+
+void MainWindow::showFolderRefreshes() {
+    const ProviderRef& active = viewModel_.activeProvider();
+    if (!active) {
+        tree_->setFolderRefreshes({}, {});
+        return;
+    }
+    const std::string id = active->remoteID();
+    tree_->setFolderRefreshes(viewModel_.foldersRefreshing(id),
+                              qtText(viewModel_.folderRefreshError(id).value_or("")));
 }
 
 void MainWindow::updateActions() {

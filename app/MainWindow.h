@@ -76,6 +76,7 @@ private:
     void restoreLayout();
     void showState();
     void updateActions();
+    void showFolderRefreshes();
     void updateOnboarding();
     void accountActivated(const ProviderRef& provider);
     void openLocalVolumeSheet(const ProviderRef& provider, bool forCoordinator);

@@ -8,6 +8,7 @@
 #include "app/browser/PreviewPanel.h"
 #include "app/browser/SelectionDebouncer.h"
 #include "app/support/ExternalOpen.h"
+#include "app/support/Symbols.h"
 #include "app/support/TreeViewDiagnostics.h"
 #include "app/support/WidgetText.h"
 #include "core/coordinator/ScannerViewModel.h"
@@ -79,6 +80,12 @@ ColumnBrowser::ColumnBrowser(ScannerViewModel& viewModel, QWidget* parent)
             [this] { setPreviewPaneVisible(false); });
 
     nameChip_ = new HoverNameChip(this);
+    spinnerTimer_.setInterval(50);
+    connect(&spinnerTimer_, &QTimer::timeout, this, [this] {
+        for (const auto& column : columns_) {
+            column.view->viewport()->update();
+        }
+    });
     updatePreview();
 }
 
@@ -152,6 +159,7 @@ ColumnBrowser::Column ColumnBrowser::makeColumn(int depth) {
     });
     column.view = new ColumnListView(depth, strip_);
     column.view->setItemsModel(column.model);
+    column.view->setBusyFolders(&refreshingFolders_);
     column.view->keyHandler = [this](ColumnListView& view, QKeyEvent& event) {
         return handleColumnKey(view, event);
     };
@@ -462,33 +470,73 @@ void ColumnBrowser::showRowMenu(ColumnListView& view, int row, const QPoint& glo
         return;
     }
     activateRow(view, row);
-    QMenu menu(this);
+    rowMenu(node)->exec(globalPosition);
+}
+
+std::unique_ptr<QMenu> ColumnBrowser::rowMenu(const FileNodeRef& node) {
+    auto menu = std::make_unique<QMenu>(this);
+    menu->setToolTipsVisible(true);
     const bool local = isLocal();
     const std::optional<std::string> web = viewModel_.webURL(*node);
     if (!node->isDirectory()) {
-        QAction* open = menu.addAction(tr("Open"));
+        QAction* open = menu->addAction(tr("Open"));
         open->setEnabled(local || web.has_value());
         connect(open, &QAction::triggered, this, [this, node, local] {
             ExternalOpen::openInDesktop(
                 ExternalOpen::openURL(*node, local, viewModel_.webURL(*node)));
         });
     }
-    QAction* reveal = menu.addAction(local ? tr("Show in File Manager") : tr("Open in Browser"));
+    QAction* reveal = menu->addAction(local ? tr("Show in File Manager") : tr("Open in Browser"));
     reveal->setShortcut(QKeySequence(Qt::ControlModifier | Qt::Key_Down));
     reveal->setEnabled(local || web.has_value());
     connect(reveal, &QAction::triggered, this, [this, node, local] {
         ExternalOpen::openInDesktop(
             ExternalOpen::revealURL(*node, local, viewModel_.webURL(*node)));
     });
-    menu.addSeparator();
-    QAction* copy = menu.addAction(local ? tr("Copy Path") : tr("Copy Link"));
+    if (node->isDirectory()) {
+        menu->addSeparator();
+        QAction* rescan =
+            menu->addAction(Symbols::icon("arrow.clockwise"), tr("Rescan This Folder"));
+        const ProviderRef& account = viewModel_.activeProvider();
+        const std::string path = node->path();
+        // Only a finished tree is refreshed; a folder being rescanned is not asked again.
+        const bool finishedTree =
+            account && viewModel_.state().is<ScannerState::Done>() &&
+            viewModel_.state().as<ScannerState::Done>()->root == state_.root();
+        const bool running = refreshingFolders_.contains(path);
+        rescan->setEnabled(finishedTree && !running);
+        rescan->setToolTip(running ? tr("This folder is being rescanned")
+                                   : tr("List this folder again and update its size; the rest "
+                                        "of the tree stays as it is"));
+        if (account) {
+            connect(rescan, &QAction::triggered, this,
+                    [this, id = account->remoteID(), path] { viewModel_.refreshFolder(id, path); });
+        }
+    }
+    menu->addSeparator();
+    QAction* copy = menu->addAction(local ? tr("Copy Path") : tr("Copy Link"));
     copy->setEnabled(local || web.has_value());
     connect(copy, &QAction::triggered, this, [this, node, local] {
         const QString text = local ? qtText(ExternalOpen::localPath(*node))
                                    : qtText(viewModel_.webURL(*node).value_or(""));
         QApplication::clipboard()->setText(text);
     });
-    menu.exec(globalPosition);
+    return menu;
+}
+
+void ColumnBrowser::setRefreshingFolders(std::set<std::string> folders) {
+    if (folders == refreshingFolders_) {
+        return;
+    }
+    refreshingFolders_ = std::move(folders);
+    if (refreshingFolders_.empty()) {
+        spinnerTimer_.stop();
+    } else {
+        spinnerTimer_.start();
+    }
+    for (const auto& column : columns_) {
+        column.view->viewport()->update();
+    }
 }
 
 void ColumnBrowser::showNameChip(ColumnListView& view, int row, const QRect& rowRect, bool elided) {

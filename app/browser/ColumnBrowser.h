@@ -3,14 +3,18 @@
 #include "app/browser/ColumnBrowserState.h"
 #include "core/model/FileNode.h"
 
+#include <QTimer>
 #include <QWidget>
 
 #include <memory>
+#include <set>
+#include <string>
 #include <vector>
 
 class QFrame;
 class QHBoxLayout;
 class QKeyEvent;
+class QMenu;
 class QScrollArea;
 
 namespace brimvale {
@@ -55,6 +59,14 @@ public:
     void setPreviewPaneVisible(bool visible);
     // Whether the preview panel is on screen (visible and something is selected).
     bool previewPanelShown() const;
+
+    // The folders of the tree being rescanned (tree paths): their rows show a spinner, and
+    // their context menu cannot start another rescan of them.
+    void setRefreshingFolders(std::set<std::string> folders);
+    const std::set<std::string>& refreshingFolders() const { return refreshingFolders_; }
+    // The context menu of a row, as a right click shows it (files: Open, Show/Open in
+    // Browser, Copy; folders: Show/Open in Browser, Rescan This Folder, Copy).
+    std::unique_ptr<QMenu> rowMenu(const FileNodeRef& node);
 
     // Selects `node` in column `depth` as a click does.
     void selectNode(int depth, const FileNodeRef& node);
@@ -107,6 +119,9 @@ private:
     // The strip keeps its end in view until the user scrolls it: the width it scrolls to
     // arrives with layout changes after the request.
     bool keepEndInView_ = false;
+    std::set<std::string> refreshingFolders_;
+    // Turns the spinners of rows being rescanned.
+    QTimer spinnerTimer_;
 };
 
 } // namespace brimvale

@@ -158,14 +158,18 @@ bool ColumnBrowserState::replaceRoot(FileNodeRef root) {
         columnPath_ = std::move(chosen);
     } else if (sameRoot) {
         // The tree changed in place: keep each selection while it is still a child of the one
-        // before it (pruned nodes lose their parent link).
+        // before it (pruned nodes lose their parent link; a node swapped out by a folder
+        // refresh keeps its link but is no longer among its parent's children).
         const FileNode* parent = root_.get();
         std::size_t kept = 0;
         for (; kept < columnPath_.size(); ++kept) {
-            if (parent == nullptr || columnPath_[kept]->parent() != parent) {
+            const FileNodeRef& node = columnPath_[kept];
+            if (parent == nullptr || node->parent() != parent ||
+                std::find(parent->children().begin(), parent->children().end(), node) ==
+                    parent->children().end()) {
                 break;
             }
-            parent = columnPath_[kept].get();
+            parent = node.get();
         }
         columnPath_.resize(kept);
     } else {

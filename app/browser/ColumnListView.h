@@ -6,6 +6,8 @@
 #include <QTimer>
 
 #include <functional>
+#include <set>
+#include <string>
 
 namespace brimvale {
 
@@ -33,6 +35,14 @@ public:
     // The folder of this column that is open in the next column (its disclosure is open).
     const FileNode* expandedNode() const { return expandedNode_; }
     void setExpandedNode(const FileNode* node);
+
+    // The folders being rescanned (tree paths), owned by the browser; their rows show a
+    // spinner in place of the share bar. Null: none.
+    void setBusyFolders(const std::set<std::string>* folders) { busyFolders_ = folders; }
+    bool isBusy(const FileNode& node) const {
+        return busyFolders_ != nullptr && !busyFolders_->empty() && node.isDirectory() &&
+               busyFolders_->contains(node.path());
+    }
 
     // Shows `row` as the selection without announcing it; -1 clears it.
     void showSelectedRow(int row);
@@ -67,6 +77,7 @@ private:
     int sizeColumnWidth_ = 32;
     bool columnFocused_ = false;
     const FileNode* expandedNode_ = nullptr;
+    const std::set<std::string>* busyFolders_ = nullptr;
     int hoveredRow_ = -1;
     QPoint pressPosition_;
 };

@@ -2,6 +2,7 @@
 
 #include "app/browser/ColumnItemsModel.h"
 #include "app/browser/ColumnListView.h"
+#include "app/support/BusyIndicator.h"
 #include "app/support/Symbols.h"
 
 #include <QApplication>
@@ -179,8 +180,18 @@ void ColumnRowDelegate::paint(QPainter* painter, const QStyleOptionViewItem& opt
     painter->drawText(layout.size, Qt::AlignRight | Qt::AlignVCenter | Qt::TextSingleLine,
                       index.data(ColumnItemsModel::SizeTextRole).toString());
 
-    // Share of the parent.
-    if (!tail) {
+    // Share of the parent; a spinner instead while the folder is being rescanned.
+    const auto* node =
+        reinterpret_cast<const FileNode*>(index.data(ColumnItemsModel::NodeRole).value<quintptr>());
+    const bool busy =
+        !tail && isDirectory && view != nullptr && node != nullptr && view->isBusy(*node);
+    if (busy) {
+        const int side = std::min(14, option.rect.height() - 6);
+        const QRectF spinner(layout.bar.right() + 1 - side,
+                             layout.bar.center().y() - side / 2.0 + 0.5, side, side);
+        BusyIndicator::paintSpinner(*painter, spinner, BusyIndicator::currentPhase(),
+                                    onAccent ? text : accent);
+    } else if (!tail) {
         const double fraction = index.data(ColumnItemsModel::FractionRole).toDouble();
         QColor track = onAccent ? text : palette.color(QPalette::Text);
         track.setAlphaF(onAccent ? 0.3F : 0.1F);

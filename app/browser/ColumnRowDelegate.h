@@ -6,9 +6,9 @@ namespace brimvale {
 
 // Paints the rows of a browser column: icon, the name on one line, the size right-aligned in
 // the column's shared size column (monospaced digits), a bar for the share of the parent and,
-// for folders, a disclosure chevron; the tail row reads "N smaller items" with the hidden
-// bytes and a downward chevron. Selected rows are highlighted, more strongly in the column
-// that has the keyboard.
+// for folders, a disclosure chevron (a folder being rescanned shows a spinner for its bar); the
+// tail row reads "N smaller items" with the hidden bytes and a downward chevron. Selected rows are
+// highlighted, more strongly in the column that has the keyboard.
 class ColumnRowDelegate final : public QStyledItemDelegate {
     Q_OBJECT
 public:

@@ -161,10 +161,17 @@ QStringList AccountSidebar::contextActionsFor(const ProviderRef& provider) const
         viewModel_.configuredRemoteNames().contains(provider->remoteID())) {
         actions << tr("Add Another Account…");
     }
+    if (provider->rcloneType() != "local") {
+        actions << tr("List One Folder at a Time");
+    }
     if (viewModel_.canRemoveAccount(*provider)) {
         actions << tr("Remove Account…");
     }
     return actions;
+}
+
+QString AccountSidebar::oneFolderAtATimeExplanation() {
+    return tr("For providers that limit recursive listings: slower, one request per folder.");
 }
 
 void AccountSidebar::showContextMenu(const QPoint& position) {
@@ -173,9 +180,14 @@ void AccountSidebar::showContextMenu(const QPoint& position) {
     if (!provider) {
         return;
     }
-    QMenu menu(this);
+    contextMenuFor(provider)->exec(list_->viewport()->mapToGlobal(position));
+}
+
+std::unique_ptr<QMenu> AccountSidebar::contextMenuFor(const ProviderRef& provider) {
+    auto menu = std::make_unique<QMenu>(this);
+    menu->setToolTipsVisible(true);
     for (const QString& action : contextActionsFor(provider)) {
-        QAction* item = menu.addAction(action);
+        QAction* item = menu->addAction(action);
         if (action == tr("Rescan")) {
             item->setIcon(Symbols::icon("arrow.clockwise"));
             connect(item, &QAction::triggered, this,
@@ -188,15 +200,25 @@ void AccountSidebar::showContextMenu(const QPoint& position) {
             item->setIcon(Symbols::icon("plus"));
             connect(item, &QAction::triggered, this,
                     [this, provider] { emit addAnotherRequested(provider); });
+        } else if (action == tr("List One Folder at a Time")) {
+            // A setting of the account, which its next scan follows.
+            menu->insertSeparator(item);
+            item->setCheckable(true);
+            item->setChecked(viewModel_.listsOneFolderAtATime(provider->remoteID()));
+            item->setToolTip(oneFolderAtATimeExplanation());
+            item->setStatusTip(oneFolderAtATimeExplanation());
+            connect(item, &QAction::toggled, this, [this, id = provider->remoteID()](bool on) {
+                viewModel_.setListsOneFolderAtATime(id, on);
+            });
         } else {
-            menu.addSeparator();
-            menu.removeAction(item);
-            menu.addAction(item);
+            menu->addSeparator();
+            menu->removeAction(item);
+            menu->addAction(item);
             connect(item, &QAction::triggered, this,
                     [this, provider] { emit removeRequested(provider); });
         }
     }
-    menu.exec(list_->viewport()->mapToGlobal(position));
+    return menu;
 }
 
 } // namespace brimvale

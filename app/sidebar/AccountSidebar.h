@@ -5,7 +5,10 @@
 #include <QTimer>
 #include <QWidget>
 
+#include <memory>
+
 class QListView;
+class QMenu;
 class QPushButton;
 class QToolButton;
 
@@ -35,8 +38,12 @@ public:
     // first local row.
     ProviderRef localProvider() const;
     // The actions the context menu offers for a row, in order (for tests): "Rescan",
-    // "Reveal in Browser", "Add Another Account…", "Remove Account…", as applicable.
+    // "Reveal in Browser", "Add Another Account…", "List One Folder at a Time" (cloud accounts;
+    // checkable), "Remove Account…", as applicable.
     QStringList contextActionsFor(const ProviderRef& provider) const;
+    // The context menu of a row, as a right click shows it.
+    std::unique_ptr<QMenu> contextMenuFor(const ProviderRef& provider);
+    static QString oneFolderAtATimeExplanation();
     // The account's page in its provider's web interface, when it has one.
     std::optional<std::string> accountWebURL(const ProviderRef& provider) const;
 

@@ -79,9 +79,24 @@ QString CacheBadge::coverageText(bool tooLittle) {
                      : tr("Scan accounts for most of the reported occupied size.");
 }
 
+QString CacheBadge::partialScanText(std::optional<Date> savedDate, Date now) {
+    if (!savedDate) {
+        return tr("Partial scan");
+    }
+    return tr("Partial scan, saved %1").arg(qtText(DateTexts::relativeDateText(*savedDate, now)));
+}
+
+QString CacheBadge::partialScanExplanation() {
+    return tr("This scan did not finish (it was stopped or cut short), so folders it had not "
+              "reached are missing or too small. Rescan completes it.");
+}
+
 void CacheBadge::setScan(std::optional<Date> savedDate, std::int64_t accountedBytes,
-                         std::optional<std::int64_t> occupiedBytes) {
+                         std::optional<std::int64_t> occupiedBytes, bool partial) {
     savedDate_ = savedDate;
+    partial_ = partial;
+    clock_->setSymbol(partial ? Symbols::icon("clock", QColor(0xF0, 0x8C, 0x00))
+                              : Symbols::icon("clock", QPalette::PlaceholderText));
     drive_->setVisible(occupiedBytes.has_value());
     driveWarning_ = accountsForTooLittle(accountedBytes, occupiedBytes);
     if (occupiedBytes) {
@@ -96,9 +111,21 @@ void CacheBadge::setScan(std::optional<Date> savedDate, std::int64_t accountedBy
 }
 
 void CacheBadge::refreshDate() {
-    clock_->setVisible(savedDate_.has_value());
-    date_->setVisible(savedDate_.has_value());
-    if (savedDate_) {
+    clock_->setVisible(savedDate_.has_value() || partial_);
+    date_->setVisible(savedDate_.has_value() || partial_);
+    setAccessibleName(partial_ ? tr("Partial saved scan") : tr("Saved scan"));
+    clock_->setToolTip({});
+    rescan_->setToolTip({});
+    if (partial_) {
+        date_->setText(partialScanText(savedDate_, currentDate()));
+        QString tip = partialScanExplanation();
+        if (savedDate_) {
+            tip += QStringLiteral("\n") + qtText(DateTexts::abbreviatedDateText(*savedDate_));
+        }
+        date_->setToolTip(tip);
+        clock_->setToolTip(tip);
+        rescan_->setToolTip(tr("Scan the whole account again, to complete it"));
+    } else if (savedDate_) {
         date_->setText(qtText(DateTexts::cachedDateText(*savedDate_, currentDate())));
         date_->setToolTip(qtText(DateTexts::abbreviatedDateText(*savedDate_)));
     }

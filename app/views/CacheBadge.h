@@ -15,8 +15,8 @@ class QToolButton;
 namespace brimvale {
 
 // The badge over a finished tree: how much of the volume's occupied size the scan accounts
-// for (local scans), when the saved scan was made ("Cached 3 hours ago"), "Rescan" and a close
-// button.
+// for (local scans), when the saved scan was made ("Cached 3 hours ago", or "Partial scan, saved
+// 3 hours ago" for the saved tree of a scan that did not finish), "Rescan" and a close button.
 class CacheBadge final : public QFrame {
     Q_OBJECT
 public:
@@ -24,12 +24,16 @@ public:
 
     // What the badge shows; `now` is the time the relative date is measured from.
     void setScan(std::optional<Date> savedDate, std::int64_t accountedBytes,
-                 std::optional<std::int64_t> occupiedBytes);
+                 std::optional<std::int64_t> occupiedBytes, bool partial = false);
+    bool isPartial() const { return partial_; }
 
     // Whether the scan accounts for less than 85% of a known, non-zero occupied size.
     static bool accountsForTooLittle(std::int64_t accountedBytes,
                                      std::optional<std::int64_t> occupiedBytes);
     static QString coverageText(bool tooLittle);
+    // "Partial scan, saved 3 hours ago" ("Partial scan" without a date), measured from `now`.
+    static QString partialScanText(std::optional<Date> savedDate, Date now);
+    static QString partialScanExplanation();
 
     // Parts, for tests and accessibility.
     QLabel* driveSymbol() const;
@@ -54,6 +58,7 @@ private:
     QTimer dateTimer_;
     std::optional<Date> savedDate_;
     bool driveWarning_ = false;
+    bool partial_ = false;
 };
 
 } // namespace brimvale

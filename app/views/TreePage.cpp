@@ -4,7 +4,9 @@
 #include "app/browser/ColumnBrowser.h"
 #include "app/support/BusyIndicator.h"
 #include "app/views/CacheBadge.h"
+#include "app/views/FolderRefreshBadge.h"
 #include "app/views/FullDiskAccessBadge.h"
+#include "app/views/SkippedFoldersBadge.h"
 
 #include <QHBoxLayout>
 #include <QLabel>
@@ -43,15 +45,39 @@ TreePage::TreePage(ScannerViewModel& viewModel, QWidget* parent)
     banner_->hide();
     connect(banner_, &LiveScanProgressBanner::stopRequested, this, &TreePage::stopScanRequested);
 
+    // Right-aligned rows, bottom up: the saved scan and permissions, the unreadable folders, a
+    // folder being rescanned.
     badges_ = new QWidget(this);
-    auto* badgeLayout = new QHBoxLayout(badges_);
-    badgeLayout->setContentsMargins(0, 0, 0, 0);
-    badgeLayout->setSpacing(8);
+    auto* rows = new QVBoxLayout(badges_);
+    rows->setContentsMargins(0, 0, 0, 0);
+    rows->setSpacing(6);
+    refreshBadge_ = new FolderRefreshBadge(badges_);
+    rows->addWidget(refreshBadge_, 0, Qt::AlignRight);
+    skippedBadge_ = new SkippedFoldersBadge(badges_);
+    rows->addWidget(skippedBadge_, 0, Qt::AlignRight);
+    auto* bottomRow = new QHBoxLayout();
+    bottomRow->setSpacing(8);
+    bottomRow->addStretch(1);
     cacheBadge_ = new CacheBadge(badges_);
     accessBadge_ = new FullDiskAccessBadge(badges_);
-    badgeLayout->addWidget(cacheBadge_);
-    badgeLayout->addWidget(accessBadge_);
+    bottomRow->addWidget(cacheBadge_);
+    bottomRow->addWidget(accessBadge_);
+    rows->addLayout(bottomRow);
+    refreshBadge_->hide();
+    skippedBadge_->hide();
     badges_->hide();
+    connect(skippedBadge_, &SkippedFoldersBadge::listRequested, this,
+            &TreePage::showSkippedFolders);
+    connect(skippedBadge_, &SkippedFoldersBadge::dismissRequested, this, [this] {
+        skippedDismissed_ = true;
+        skippedBadge_->hide();
+        placeBadges();
+    });
+    connect(refreshBadge_, &FolderRefreshBadge::dismissRequested, this, [this] {
+        dismissedRefreshError_ = refreshBadge_->detailLabel()->text();
+        refreshBadge_->hide();
+        placeBadges();
+    });
     connect(cacheBadge_, &CacheBadge::rescanRequested, this, &TreePage::rescanRequested);
     connect(cacheBadge_, &CacheBadge::dismissRequested, this, [this] {
         cacheBadgeDismissed_ = true;
@@ -77,6 +103,7 @@ void TreePage::showScanning(const ScanProgress& progress, const FileNodeRef& liv
                             bool newScan) {
     isDone_ = false;
     doneRoot_ = nullptr;
+    skippedFolders_.clear();
     badges_->hide();
     browser_->setVisible(liveRoot != nullptr);
     scanningPlaceholder_->setVisible(liveRoot == nullptr);
@@ -94,21 +121,30 @@ void TreePage::showScanning(const ScanProgress& progress, const FileNodeRef& liv
     banner_->raise();
 }
 
-void TreePage::showDone(const FileNodeRef& root, std::optional<Date> savedDate,
-                        std::optional<std::int64_t> occupiedBytes) {
+void TreePage::showDone(DoneScan scan) {
     banner_->hide();
     scanningPlaceholder_->hide();
     browser_->show();
+    const FileNodeRef& root = scan.root;
     if (root != doneRoot_) {
-        // A new result: its badge shows again.
+        // A new result: its badges show again.
         cacheBadgeDismissed_ = false;
+        skippedDismissed_ = false;
+    } else if (scan.skippedFolders.size() != skippedFolders_.size()) {
+        // A folder refresh of this tree found more.
+        skippedDismissed_ = false;
     }
     isDone_ = true;
     doneRoot_ = root;
     browser_->setRoot(root);
-    cacheBadge_->setScan(savedDate, root ? root->size() : 0, occupiedBytes);
+    cacheBadge_->setScan(scan.savedDate, root ? root->size() : 0, scan.occupiedBytes, scan.partial);
     cacheBadge_->setVisible(!cacheBadgeDismissed_);
     accessBadge_->setVisible(advisory_ && !advisoryDismissed_);
+    skippedFolders_ = std::move(scan.skippedFolders);
+    skippedAreLocal_ = scan.local;
+    skippedBadge_->setCount(skippedFolders_.size());
+    skippedBadge_->setVisible(!skippedFolders_.empty() && !skippedDismissed_);
+    refreshBadge_->setVisible(refreshStatusShown_);
     badges_->show();
     placeBadges();
 }
@@ -119,6 +155,30 @@ void TreePage::setAccessAdvisory(bool shown) {
     }
     advisory_ = shown;
     accessBadge_->setVisible(isDone_ && advisory_ && !advisoryDismissed_);
+    placeBadges();
+}
+
+void TreePage::showSkippedFolders() {
+    if (skippedDialog_ != nullptr) {
+        skippedDialog_->raise();
+        skippedDialog_->activateWindow();
+        return;
+    }
+    skippedDialog_ = new SkippedFoldersDialog(skippedFolders_, skippedAreLocal_, this);
+    skippedDialog_->setAttribute(Qt::WA_DeleteOnClose);
+    connect(skippedDialog_, &QObject::destroyed, this, [this] { skippedDialog_ = nullptr; });
+    skippedDialog_->open();
+}
+
+void TreePage::setFolderRefreshes(const std::set<std::string>& refreshing, const QString& error) {
+    browser_->setRefreshingFolders(refreshing);
+    if (error.isEmpty() || !refreshing.empty()) {
+        // A new refresh cleared the old failure; a later one shows again.
+        dismissedRefreshError_.clear();
+    }
+    const QString shownError = error == dismissedRefreshError_ ? QString() : error;
+    refreshStatusShown_ = refreshBadge_->setStatus(refreshing, shownError);
+    refreshBadge_->setVisible(isDone_ && refreshStatusShown_);
     placeBadges();
 }
 
@@ -144,7 +204,8 @@ void TreePage::placeBadges() {
     const int x = std::max(kBadgeMargin, right - badges_->width());
     const int y = areaTopLeft.y() + area->height() - scrollBar - badges_->height() - kBadgeMargin;
     badges_->move(x, y);
-    badges_->setVisible(cacheBadge_->isVisibleTo(badges_) || accessBadge_->isVisibleTo(badges_));
+    badges_->setVisible(cacheBadge_->isVisibleTo(badges_) || accessBadge_->isVisibleTo(badges_) ||
+                        skippedBadge_->isVisibleTo(badges_) || refreshBadge_->isVisibleTo(badges_));
     badges_->raise();
 }
 

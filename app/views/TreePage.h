@@ -3,24 +3,32 @@
 #include "core/model/Date.h"
 #include "core/model/FileNode.h"
 #include "core/model/ScanProgress.h"
+#include "core/model/SkippedFolder.h"
 
 #include <QWidget>
 
 #include <cstdint>
 #include <optional>
+#include <set>
+#include <string>
+#include <vector>
 
 namespace brimvale {
 
 class BusyIndicator;
 class CacheBadge;
 class ColumnBrowser;
+class FolderRefreshBadge;
 class FullDiskAccessBadge;
+class SkippedFoldersBadge;
+class SkippedFoldersDialog;
 class LiveScanProgressBanner;
 class ScannerViewModel;
 
 // The detail area of a tree, finished or still growing: the column browser, with the scan
 // progress banner floating over it during a scan, and the saved-scan and permissions badges
-// over a finished tree. One page for both, so a scan that finishes keeps the place the user
+// over a finished tree, with the folders the scan could not read and what "Rescan This
+// Folder" is doing. One page for both, so a scan that finishes keeps the place the user
 // browsed to.
 class TreePage final : public QWidget {
     Q_OBJECT
@@ -30,8 +38,21 @@ public:
     // A running scan; `newScan` starts the banner's rate afresh. Without a live tree the page
     // shows only that the scan runs.
     void showScanning(const ScanProgress& progress, const FileNodeRef& liveRoot, bool newScan);
-    void showDone(const FileNodeRef& root, std::optional<Date> savedDate,
-                  std::optional<std::int64_t> occupiedBytes);
+    struct DoneScan {
+        FileNodeRef root;
+        std::optional<Date> savedDate;
+        std::optional<std::int64_t> occupiedBytes;
+        std::vector<SkippedFolder> skippedFolders;
+        bool partial = false;
+        // A local scan (the list of unreadable folders says "counted as empty").
+        bool local = false;
+    };
+    void showDone(DoneScan scan);
+    // The folders of the shown account being refreshed (tree paths) and its last refresh
+    // failure (empty: none). The browser shows those folders as busy.
+    void setFolderRefreshes(const std::set<std::string>& refreshing, const QString& error);
+    // Opens the list of unreadable folders (what a click on their badge does).
+    void showSkippedFolders();
     void setAccessAdvisory(bool shown);
     // Another account: the browser forgets its path.
     void forgetPath();
@@ -40,6 +61,9 @@ public:
     LiveScanProgressBanner* banner() const { return banner_; }
     CacheBadge* cacheBadge() const { return cacheBadge_; }
     FullDiskAccessBadge* accessBadge() const { return accessBadge_; }
+    SkippedFoldersBadge* skippedBadge() const { return skippedBadge_; }
+    FolderRefreshBadge* refreshBadge() const { return refreshBadge_; }
+    SkippedFoldersDialog* skippedFoldersDialog() const { return skippedDialog_; }
 
 signals:
     void stopScanRequested();
@@ -57,6 +81,14 @@ private:
     QWidget* badges_;
     CacheBadge* cacheBadge_;
     FullDiskAccessBadge* accessBadge_;
+    SkippedFoldersBadge* skippedBadge_;
+    FolderRefreshBadge* refreshBadge_;
+    SkippedFoldersDialog* skippedDialog_ = nullptr;
+    std::vector<SkippedFolder> skippedFolders_;
+    bool skippedAreLocal_ = false;
+    bool skippedDismissed_ = false;
+    bool refreshStatusShown_ = false;
+    QString dismissedRefreshError_;
     bool advisory_ = false;
     bool advisoryDismissed_ = false;
     bool cacheBadgeDismissed_ = false;

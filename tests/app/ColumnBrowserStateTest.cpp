@@ -187,6 +187,44 @@ TEST(ColumnBrowserState, ReplacingTheRootKeepsWhatStillLeadsTheSameWay) {
     EXPECT_FALSE(state.selectFirstRootChildIfNeeded());
 }
 
+TEST(ColumnBrowserState, ANodeSwappedOutInPlaceIsNotKept) {
+    // A folder refresh puts a new node where the old one was; the old node still points at its
+    // parent. A selection the browser made itself (no chosen names) must not stay on it.
+    const FileNodeRef root = sampleTree();
+    ColumnBrowserState state(root);
+    ASSERT_TRUE(state.selectFirstRootChildIfNeeded());
+    const FileNodeRef old = child(root, "photos");
+    ASSERT_EQ(state.columnPath().front(), old);
+    const FileNodeRef fresh = folder("photos", {file("big", 900), file("new", 10)});
+    fresh->propagateSizes();
+    for (auto& slot : root->mutableChildren()) {
+        if (slot == old) {
+            slot = fresh;
+        }
+    }
+    fresh->setParent(root.get());
+    ASSERT_EQ(old->parent(), root.get());
+    EXPECT_TRUE(state.replaceRoot(root));
+    EXPECT_TRUE(state.columnPath().empty());
+    EXPECT_TRUE(state.selectFirstRootChildIfNeeded());
+    EXPECT_EQ(state.columnPath().front(), fresh);
+
+    // A path the user chose follows the names onto the new node and below it.
+    ASSERT_TRUE(state.setSelection(1, child(fresh, "new")));
+    const FileNodeRef again = folder("photos", {file("new", 5000), file("big", 900)});
+    again->propagateSizes();
+    for (auto& slot : root->mutableChildren()) {
+        if (slot == fresh) {
+            slot = again;
+        }
+    }
+    again->setParent(root.get());
+    EXPECT_TRUE(state.replaceRoot(root));
+    ASSERT_EQ(state.columnPath().size(), 2u);
+    EXPECT_EQ(state.columnPath()[0], again);
+    EXPECT_EQ(state.columnPath()[1], child(again, "new"));
+}
+
 TEST(ColumnBrowserState, LargestChildOfAnUnsortedLiveFolderIsTheFirstOfTheLargest) {
     // A live folder lists children in the order they were read.
     auto live = folder("live", {file("small", 5), file("large1", 70), file("large2", 70)});

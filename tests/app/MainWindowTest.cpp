@@ -213,7 +213,8 @@ TEST_F(MainWindowTest, RemovingAnAccountAsksFirstAndPlaceholdersCannotBeRemoved)
          }});
     AccountSidebar* sidebar = window->sidebar();
     EXPECT_EQ(sidebar->contextActionsFor(providerNamed("photos")),
-              (QStringList{"Rescan", "Remove Account…"})); // not an rclone adapter: no "another"
+              (QStringList{"Rescan", "List One Folder at a Time",
+                           "Remove Account…"})); // not an rclone adapter: no "another"
     ASSERT_NE(providerOfType("local"), nullptr);
     EXPECT_EQ(sidebar->contextActionsFor(providerOfType("local")), QStringList{"Rescan"});
     EXPECT_EQ(MainWindow::removalConfirmationText(),
