@@ -375,12 +375,15 @@ void ScannerViewModel::recordScanCheckpointIfDue(const std::string& remoteID,
     saveTreeInBackground(*root, stem->second, "checkpoint", true);
 }
 
-void ScannerViewModel::saveTreeInBackground(const FileNode& root, const std::string& stem,
-                                            const char* why, bool partial) {
+std::shared_ptr<const CacheSnapshot> ScannerViewModel::saveTreeInBackground(const FileNode& root,
+                                                                            const std::string& stem,
+                                                                            const char* why,
+                                                                            bool partial) {
     // The snapshot is taken here, on the main thread, which alone touches a live tree.
     auto snapshot = std::make_shared<CacheSnapshot>(snapshotForCache(root));
     snapshot->partial = partial;
-    writeSnapshotInBackground(std::move(snapshot), stem, why);
+    writeSnapshotInBackground(snapshot, stem, why);
+    return snapshot;
 }
 
 void ScannerViewModel::writeSnapshotInBackground(std::shared_ptr<const CacheSnapshot> snapshot,
@@ -392,7 +395,9 @@ bool ScannerViewModel::waitForSavedScans(std::chrono::milliseconds timeout) {
     return cacheWriter_->waitForAll(timeout);
 }
 
-void ScannerViewModel::stopLoad(const std::string& remoteID, bool keepPartialTree) {
+std::shared_ptr<const CacheSnapshot> ScannerViewModel::stopLoad(const std::string& remoteID,
+                                                                bool keepPartialTree) {
+    std::shared_ptr<const CacheSnapshot> saved;
     if (const auto load = loadTasksByRemote_.find(remoteID); load != loadTasksByRemote_.end()) {
         if (const auto task = tasks_.find(load->second.taskID); task != tasks_.end()) {
             // The task is not joined here: it may be waiting for this thread. Its end notice
@@ -413,12 +418,14 @@ void ScannerViewModel::stopLoad(const std::string& remoteID, bool keepPartialTre
         }
         const auto stem = lastScanCacheStemByRemoteID_.find(remoteID);
         if (live && stem != lastScanCacheStemByRemoteID_.end()) {
-            saveTreeInBackground(*live, stem->second, "partial tree of a stopped scan", true);
+            saved =
+                saveTreeInBackground(*live, stem->second, "partial tree of a stopped scan", true);
         }
     }
     latestScanProgressByRemote_.erase(remoteID);
     liveScanRootByRemote_.erase(remoteID);
     unmarkRemoteLoading(remoteID);
+    return saved;
 }
 
 void ScannerViewModel::cancelScan() {
@@ -426,8 +433,45 @@ void ScannerViewModel::cancelScan() {
         return;
     }
     const std::string id = activeProvider_->remoteID();
-    stopLoad(id, true);
-    applyPaneState(State::idle(), id);
+    const auto saved = stopLoad(id, true);
+    if (!saved) {
+        applyPaneState(State::idle(), id);
+        return;
+    }
+    showStoppedTree(id, saved);
+}
+
+void ScannerViewModel::showStoppedTree(const std::string& remoteID,
+                                       std::shared_ptr<const CacheSnapshot> snapshot) {
+    // The pane shows what the stopped scan found, as it was saved: a tree of its own, built
+    // from the snapshot off the main thread, sorted like any finished tree (the live tree is
+    // not, and a merge job still queued may touch it). Selecting the account meanwhile opens
+    // the saved scan, which is the same tree.
+    const std::int64_t generation = nextLoadGeneration(remoteID);
+    applyPaneState(State::LoadingCache{remoteID, 0.0}, remoteID);
+    launchTask("show stopped " + remoteID,
+               [this, remoteID, generation, snapshot = std::move(snapshot)](std::stop_token) {
+                   auto root = rebuildTree(*snapshot, {});
+                   std::optional<FileNodeRef> tree;
+                   if (root) {
+                       (*root)->setParent(nullptr);
+                       (*root)->relinkDescendantParentPointers();
+                       (*root)->sortChildren();
+                       tree = std::move(*root);
+                   }
+                   postIfCurrent(remoteID, generation, [this, remoteID, tree = std::move(tree)] {
+                       if (!tree) {
+                           applyPaneState(State::idle(), remoteID);
+                           return;
+                       }
+                       const auto now = std::chrono::system_clock::now().time_since_epoch();
+                       applyPaneState(State::Done{.root = *tree,
+                                                  .savedDate = Date::fromUnixSeconds(
+                                                      std::chrono::duration<double>(now).count()),
+                                                  .partial = true},
+                                      remoteID);
+                   });
+               });
 }
 
 void ScannerViewModel::cancelAllWork() {

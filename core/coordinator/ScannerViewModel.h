@@ -325,11 +325,18 @@ private:
                        const std::string& remoteID, double intervalSeconds);
     void recordScanCheckpointIfDue(const std::string& remoteID, const FileNodeRef& root);
     // `partial`: the tree of a scan that has not finished (a checkpoint, a stopped scan).
-    void saveTreeInBackground(const FileNode& root, const std::string& stem, const char* why,
-                              bool partial);
+    // Returns the snapshot it queued.
+    std::shared_ptr<const CacheSnapshot> saveTreeInBackground(const FileNode& root,
+                                                              const std::string& stem,
+                                                              const char* why, bool partial);
     void writeSnapshotInBackground(std::shared_ptr<const CacheSnapshot> snapshot,
                                    const std::string& stem, const char* why);
-    void stopLoad(const std::string& remoteID, bool keepPartialTree);
+    // Stops the account's load; with `keepPartialTree`, saves its live tree and returns the
+    // snapshot saved (none when there was no live tree).
+    std::shared_ptr<const CacheSnapshot> stopLoad(const std::string& remoteID,
+                                                  bool keepPartialTree);
+    void showStoppedTree(const std::string& remoteID,
+                         std::shared_ptr<const CacheSnapshot> snapshot);
 
     // The account list.
     void publishAccountDirectory(AccountDirectory directory);

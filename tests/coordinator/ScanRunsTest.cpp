@@ -232,7 +232,8 @@ TEST_F(ScanRunsTest, ResultsOfSupersededAndCancelledRunsNeverReachThePane) {
     EXPECT_EQ(viewModel->state().as<ScannerState::Done>()->root, fresh);
     ASSERT_TRUE(pumpUntil([&] { return viewModel->remoteIDsLoading().empty(); }));
 
-    // Cancel: the pane goes idle and a result arriving afterwards is dropped.
+    // Cancel before anything was listed: the pane goes idle and a result arriving afterwards is
+    // dropped.
     viewModel->rescan();
     ASSERT_TRUE(photos->waitForScans(3));
     viewModel->cancelScan();
@@ -261,7 +262,8 @@ TEST_F(ScanRunsTest, CancellingKeepsThePartialTreeWhichTheNextSelectionShowsAsSa
     photos->push(ScriptedProvider::PartialTree{partial});
     ASSERT_TRUE(pumpUntil([&] { return photos->waitUntilDrained(std::chrono::milliseconds(1)); }));
     viewModel->cancelScan();
-    EXPECT_EQ(paneCase("photos"), Case::idle);
+    EXPECT_NE(paneCase("photos"), Case::idle) << "the stopped scan's tree is shown";
+    EXPECT_TRUE(viewModel->remoteIDsLoading().empty());
 
     // Selected again at once: the tree the stop saved, never the older checkpoint.
     viewModel->selectProvider(providerNamed("photos"));
@@ -279,6 +281,23 @@ TEST_F(ScanRunsTest, CancellingKeepsThePartialTreeWhichTheNextSelectionShowsAsSa
     photos->push(ScriptedProvider::Finish{whole});
     ASSERT_TRUE(pumpUntil([&] { return paneCase("photos") == Case::done; }));
     EXPECT_FALSE(viewModel->state().as<ScannerState::Done>()->partial);
+
+    // Stop keeps the partial tree on screen, sorted, with its sizes, marked partial.
+    viewModel->rescan();
+    ASSERT_TRUE(photos->waitForScans(3));
+    auto third = folder("photos", {file("small.bin", 1), file("large.bin", 900)});
+    third->relinkDescendantParentPointers();
+    third->propagateSizes();
+    photos->push(ScriptedProvider::PartialTree{third});
+    ASSERT_TRUE(pumpUntil([&] { return photos->waitUntilDrained(std::chrono::milliseconds(1)); }));
+    viewModel->cancelScan();
+    ASSERT_TRUE(pumpUntil([&] { return paneCase("photos") == Case::done; }));
+    const auto* stopped = viewModel->state().as<ScannerState::Done>();
+    EXPECT_TRUE(stopped->partial);
+    EXPECT_EQ(stopped->root->size(), 901);
+    EXPECT_EQ(childNames(*stopped->root), (std::vector<std::string>{"large.bin", "small.bin"}));
+    EXPECT_NE(stopped->root, third) << "the live tree itself may still be merged into";
+    EXPECT_EQ(photos->scansStarted(), 3);
 }
 
 TEST_F(ScanRunsTest, DestroyingTheCoordinatorMidScanEndsEverythingAndKeepsTheStoppedTree) {
