@@ -312,6 +312,17 @@ TEST(ApplicationEndToEnd, UnreadableFolderFolderRescanAndPartialSavedScan) {
         QTest::qWait(100);
         saveScreen(window, "rescan-folder-done");
 
+        // The account's own menu has the setting that makes the next scan list folder by folder.
+        std::unique_ptr<QMenu> accountMenu =
+            window.sidebar()->contextMenuFor(viewModel.provider("pictures"));
+        const QRect accountRow =
+            window.sidebar()->list()->visualRect(rows->index(rows->rowOf("pictures")));
+        accountMenu->popup(window.sidebar()->list()->viewport()->mapToGlobal(accountRow.center()));
+        ASSERT_TRUE(QTest::qWaitForWindowExposed(accountMenu.get()));
+        QTest::qWait(150);
+        saveScreen(window, "account-menu", accountMenu.get());
+        accountMenu->hide();
+
         // A rescan listed one folder per rclone run (slow enough to stop half-way), stopped,
         // then the account opened again: its saved tree is partial.
         viewModel.setListsOneFolderAtATime("pictures", true);
