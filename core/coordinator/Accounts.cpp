@@ -41,19 +41,20 @@ bool ScannerViewModel::sidebarRemoteShowsInMainList(const CloudStorageProvider& 
     return std::find(pinned.begin(), pinned.end(), type) != pinned.end();
 }
 
-void ScannerViewModel::purgeBvPrefixedTestRemotesOnceIfNeeded(std::stop_token stopToken) {
+bool ScannerViewModel::purgeBvPrefixedTestRemotesOnceIfNeeded(
+    const std::vector<std::string>& remoteNames, std::stop_token stopToken) {
     SettingsStore& settings = *options_.settings;
     if (settings.boolValue(SettingsKeys::didPurgeBvUnderscoreTestRemotes).value_or(false)) {
-        return;
+        return false;
     }
-    if (!addAccountHelper_.runner().resolveRclonePath()) {
-        return;
-    }
+    bool deletedAny = false;
     try {
-        const auto deleted = addAccountHelper_.deleteRemotesWithNamePrefix(
-            std::string(kTestRemotePrefix), stopToken);
-        for (const auto& name : deleted) {
-            ScanDiagnostics::log("removed test remote " + name);
+        for (const auto& name : remoteNames) {
+            if (name.starts_with(kTestRemotePrefix)) {
+                addAccountHelper_.deleteRemote(name, stopToken);
+                deletedAny = true;
+                ScanDiagnostics::log("removed test remote " + name);
+            }
         }
     } catch (const CancellationError&) {
         throw;
@@ -61,6 +62,7 @@ void ScannerViewModel::purgeBvPrefixedTestRemotesOnceIfNeeded(std::stop_token st
         ScanDiagnostics::log(std::string("test remote purge incomplete: ") + error.what());
     }
     settings.setBool(SettingsKeys::didPurgeBvUnderscoreTestRemotes, true);
+    return deletedAny;
 }
 
 void ScannerViewModel::repairAliasedRcloneProviderTypesIfNeeded(
@@ -70,8 +72,8 @@ void ScannerViewModel::repairAliasedRcloneProviderTypesIfNeeded(
     }
     for (const auto& pair : pairs) {
         try {
-            addAccountHelper_.rclone({"config", "update", pair.remoteName, "type",
-                                      pair.correctedType, "--non-interactive"},
+            addAccountHelper_.rclone({"config", "update", "--non-interactive", "--",
+                                      pair.remoteName, "type", pair.correctedType},
                                      stopToken);
             ScanDiagnostics::log("remote " + pair.remoteName + " retyped as " + pair.correctedType);
         } catch (const CancellationError&) {

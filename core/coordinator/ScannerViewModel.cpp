@@ -276,14 +276,19 @@ void ScannerViewModel::refreshProviders(std::function<void()> onFinished) {
         std::optional<AccountDirectory> directory;
         std::optional<std::string> failure;
         try {
-            purgeBvPrefixedTestRemotesOnceIfNeeded(token);
             // One run of rclone: the dump names every remote and holds its settings.
-            const auto dump = addAccountHelper_.configDumpDictionary(token);
-            const auto remotes = configuredRemotes(dump);
-            std::vector<std::string> names;
-            names.reserve(remotes.size());
-            for (const auto& remote : remotes) {
-                names.push_back(remote.name);
+            auto dump = addAccountHelper_.configDumpDictionary(token);
+            const auto namesIn = [](const auto& configDump) {
+                std::vector<std::string> names;
+                for (const auto& remote : configuredRemotes(configDump)) {
+                    names.push_back(remote.name);
+                }
+                return names;
+            };
+            std::vector<std::string> names = namesIn(dump);
+            if (purgeBvPrefixedTestRemotesOnceIfNeeded(names, token)) {
+                dump = addAccountHelper_.configDumpDictionary(token);
+                names = namesIn(dump);
             }
             directory = readAccountDirectory(names, dump);
             repairAliasedRcloneProviderTypesIfNeeded(directory->repairs, token);

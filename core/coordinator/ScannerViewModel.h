@@ -342,7 +342,10 @@ private:
     void publishAccountDirectory(AccountDirectory directory);
     void finishAccountListRefresh(std::uint64_t refreshNumber, std::function<void()> onFinished);
     ProviderRef makeProvider(const AccountEntry& entry);
-    void purgeBvPrefixedTestRemotesOnceIfNeeded(std::stop_token stopToken);
+    // Deletes the remotes named "bv_…" among `remoteNames`, once per user; true when it
+    // deleted any (the configuration changed).
+    bool purgeBvPrefixedTestRemotesOnceIfNeeded(const std::vector<std::string>& remoteNames,
+                                                std::stop_token stopToken);
     void repairAliasedRcloneProviderTypesIfNeeded(const std::vector<AliasedTypeRepair>& pairs,
                                                   std::stop_token stopToken);
     void forgetAccount(const std::string& remoteID);

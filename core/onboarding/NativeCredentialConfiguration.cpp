@@ -38,10 +38,12 @@ struct ConfigKey {
 void writeKeys(const RcloneAdapter& adapter, const std::string& remoteName,
                const std::vector<ConfigKey>& keys, const std::stop_token& stopToken) {
     for (const auto& [key, value, obscured] : keys) {
-        std::vector<std::string> arguments{"config", "update", remoteName, key, value};
+        // A value may begin with "-" (a password, an obscured secret): flags go before "--".
+        std::vector<std::string> arguments{"config", "update"};
         if (obscured) {
             arguments.emplace_back("--obscure");
         }
+        arguments.insert(arguments.end(), {"--", remoteName, key, value});
         adapter.runner().runRclone(arguments, remoteName, stopToken);
     }
 }

@@ -25,8 +25,11 @@ const OAuthURLCallback kNoOAuthCallback;
 
 std::vector<std::string> continueArguments(const std::string& remoteName, const std::string& state,
                                            const std::string& result) {
-    return {"config", "update",   remoteName, "--non-interactive", "--continue", "--state",
-            state,    "--result", result};
+    // State and result are rclone's own texts and may begin with "-": every flag comes before
+    // "--", which ends them.
+    return {"config",     "update",           "--non-interactive",
+            "--continue", "--state=" + state, "--result=" + result,
+            "--",         remoteName};
 }
 
 } // namespace
@@ -207,9 +210,9 @@ RcloneGuidedSetupOutcome RcloneGuidedSetup::configureIfPossible(const std::strin
     std::vector<std::string> firstStep;
     const auto existingType = configuredType(remoteName, stopToken);
     if (!existingType) {
-        firstStep = {"config", "create", remoteName, rcloneType, "--non-interactive"};
+        firstStep = {"config", "create", "--non-interactive", "--", remoteName, rcloneType};
     } else if (*existingType == rcloneType) {
-        firstStep = {"config", "update", remoteName, "--non-interactive"};
+        firstStep = {"config", "update", "--non-interactive", "--", remoteName};
     } else {
         throw BrimvaleError::scanFailed(remoteName, "Remote \"" + remoteName +
                                                         "\" exists with type \"" + *existingType +
@@ -236,7 +239,8 @@ RcloneGuidedSetupOutcome RcloneGuidedSetup::reconnectRemote(const std::string& r
         throw BrimvaleError::scanFailed(remoteName, "Account type mismatch for this connection.");
     }
     return processConfigJSONFlow(
-        session, runConfigSimple(session, {"config", "update", remoteName, "--non-interactive"}));
+        session,
+        runConfigSimple(session, {"config", "update", "--non-interactive", "--", remoteName}));
 }
 
 } // namespace brimvale

@@ -227,21 +227,23 @@ void RcloneAdapter::ensureRemoteStubExists(const std::string& remoteName,
     const auto dump = configDumpDictionary(stopToken);
     const auto section = dump.find(remoteName);
     if (section == dump.end()) {
-        options_.runner.runRclone({"config", "create", remoteName, rcloneType, "--non-interactive"},
-                                  remoteName, std::move(stopToken));
+        options_.runner.runRclone(
+            {"config", "create", "--non-interactive", "--", remoteName, rcloneType}, remoteName,
+            std::move(stopToken));
         return;
     }
     const auto type = section->second.find("type");
     if (type == section->second.end() ||
         RcloneProviderType::canonical(type->second) != rcloneType) {
         options_.runner.runRclone(
-            {"config", "update", remoteName, "type", rcloneType, "--non-interactive"}, remoteName,
-            std::move(stopToken));
+            {"config", "update", "--non-interactive", "--", remoteName, "type", rcloneType},
+            remoteName, std::move(stopToken));
     }
 }
 
 void RcloneAdapter::deleteRemote(const std::string& remoteName, std::stop_token stopToken) const {
-    options_.runner.runRclone({"config", "delete", remoteName}, remoteName, std::move(stopToken));
+    options_.runner.runRclone({"config", "delete", "--", remoteName}, remoteName,
+                              std::move(stopToken));
 }
 
 std::vector<std::string>

@@ -5,6 +5,7 @@
 #include "tests/coordinator/CoordinatorTestSupport.h"
 
 #include <filesystem>
+#include <thread>
 
 namespace brimvale::testing {
 namespace {
@@ -211,27 +212,44 @@ TEST_F(AccountsTest, APlaceholderOrARetypedRemoteUnderAnOldNameStartsWithAnEmpty
 }
 
 TEST_F(AccountsTest, OverlappingAccountListRefreshesActOnTheNewestListAndCancelledOnesEnd) {
-    // Every second `config dump` takes a while: the later of two refreshes ends last.
-    const auto counter = sandbox.folder() / "dumps";
-    makeViewModel(sandbox.fakeRunner(
-        "n=$(cat '" + counter.string() + "' 2>/dev/null || echo 0); n=$((n+1)); echo $n > '" +
-        counter.string() + "'\n" + "[ $((n % 2)) -eq 0 ] && sleep 1\n" +
-        "exec /usr/bin/rclone \"$@\""));
+    // Each `config dump` leaves a file "ran-N" when it ends; while the file "slow" exists,
+    // they take a second.
+    const auto folder = sandbox.folder().path().string();
+    makeViewModel(sandbox.fakeRunner("cd '" + folder +
+                                     "' && n=$(($(ls | grep -c '^ran-') + 1))\n"
+                                     "[ -f slow ] && sleep 1\n"
+                                     "/usr/bin/rclone \"$@\"; status=$?\n"
+                                     "touch ran-$n; exit $status"));
+    const auto runsSoFar = [&] {
+        int count = 0;
+        for (const auto& entry : std::filesystem::directory_iterator(sandbox.folder().path())) {
+            count += entry.path().filename().string().starts_with("ran-") ? 1 : 0;
+        }
+        return count;
+    };
     refresh();
+    EXPECT_EQ(runsSoFar(), 1) << "the account list costs one rclone run, the first time too";
     sandbox.addRemote("added", "alias", {{"remote", "/nonexistent"}});
     // The sign-in that made "added" selects it once the list is read; meanwhile something else
-    // asks for the list again. The first refresh ends first, superseded: its follow-up must
-    // wait for the newest list, which is the one that holds the account.
+    // asks for the list again, slowly. The first refresh ends first, superseded: its follow-up
+    // must wait for the newest list rather than act on the list shown now, which lacks it.
     bool sawTheAccount = false;
     bool followedUp = false;
+    const int before = runsSoFar();
     viewModel->refreshProviders([&] {
         followedUp = true;
         sawTheAccount = providerNamed("added") != nullptr;
     });
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    while (runsSoFar() == before && std::chrono::steady_clock::now() < deadline) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    writeFile(sandbox.folder() / "slow", "");
     viewModel->refreshProviders();
     ASSERT_TRUE(pumpUntil([&] { return followedUp; }));
     EXPECT_TRUE(sawTheAccount);
     ASSERT_TRUE(pumpUntil([&] { return !viewModel->hasBackgroundWork(); }));
+    std::filesystem::remove(sandbox.folder() / "slow");
 
     // A refresh stopped midway ends all the same: nothing is left waiting for it.
     viewModel->refreshProviders();

@@ -34,7 +34,8 @@ TEST(NativeCredentialConfiguration, EveryFormWritesItsKeysInOrder) {
     std::vector<std::string> updates;
     const auto previous = RcloneProcessLog::setWriter([&](std::string_view line) {
         std::lock_guard lock(mutex);
-        if (line.starts_with("rclone spawn args=config update") && !line.ends_with("interactive")) {
+        if (line.starts_with("rclone spawn args=config update") &&
+            line.find("--non-interactive") == std::string_view::npos) {
             updates.emplace_back(line.substr(std::string_view("rclone spawn args=").size()));
         }
     });
@@ -54,7 +55,7 @@ TEST(NativeCredentialConfiguration, EveryFormWritesItsKeysInOrder) {
     Forms::applyAzureBlobAccountKeyConfiguration(
         adapter, "az", {.account = "acct", .storageKey = "k==", .container = "c"}, settings);
     Forms::applyFTPConfiguration(adapter, "f1",
-                                 {.host = "h", .port = "0", .user = "u", .password = "pw"});
+                                 {.host = "h", .port = "0", .user = "-u", .password = "-pw"});
     Forms::applyFTPConfiguration(adapter, "f2", {.host = "h", .port = " 2121 ", .user = "u"});
     Forms::applySFTPConfiguration(
         adapter, "s",
@@ -63,38 +64,40 @@ TEST(NativeCredentialConfiguration, EveryFormWritesItsKeysInOrder) {
 
     // Every secret goes with "--obscure"; rclone obscures those it keeps obscured (passwords).
     EXPECT_EQ(updates, (std::vector<std::string>{
-                           "config update aws provider AWS",
-                           "config update aws region eu-west-1",
-                           "config update aws access_key_id AK",
-                           "config update aws secret_access_key *** --obscure",
-                           "config update r2 provider Cloudflare",
-                           "config update r2 endpoint https://abc.r2.cloudflarestorage.com",
-                           "config update r2 region auto",
-                           "config update r2 access_key_id RK",
-                           "config update r2 secret_access_key *** --obscure",
-                           "config update g1 service_account_file " + keyFile,
-                           "config update g1 service_account_credentials ***",
-                           "config update g1 project_number 42",
-                           "config update g2 service_account_credentials *** --obscure",
-                           "config update az account acct",
-                           "config update az key *** --obscure",
-                           "config update f1 host h",
-                           "config update f1 user u",
-                           "config update f1 pass *** --obscure",
-                           "config update f2 host h",
-                           "config update f2 user u",
-                           "config update f2 port 2121",
-                           "config update s host h",
-                           "config update s user u",
-                           "config update s key_file " + keyFile,
-                           "config update s pass *** --obscure"}));
+                           "config update -- aws provider AWS",
+                           "config update -- aws region eu-west-1",
+                           "config update -- aws access_key_id AK",
+                           "config update --obscure -- aws secret_access_key ***",
+                           "config update -- r2 provider Cloudflare",
+                           "config update -- r2 endpoint https://abc.r2.cloudflarestorage.com",
+                           "config update -- r2 region auto",
+                           "config update -- r2 access_key_id RK",
+                           "config update --obscure -- r2 secret_access_key ***",
+                           "config update -- g1 service_account_file " + keyFile,
+                           "config update -- g1 service_account_credentials ***",
+                           "config update -- g1 project_number 42",
+                           "config update --obscure -- g2 service_account_credentials ***",
+                           "config update -- az account acct",
+                           "config update --obscure -- az key ***",
+                           "config update -- f1 host h",
+                           "config update -- f1 user -u",
+                           "config update --obscure -- f1 pass ***",
+                           "config update -- f2 host h",
+                           "config update -- f2 user u",
+                           "config update -- f2 port 2121",
+                           "config update -- s host h",
+                           "config update -- s user u",
+                           "config update -- s key_file " + keyFile,
+                           "config update --obscure -- s pass ***"}));
     auto dump = testing::configDump(sandbox);
     EXPECT_EQ(dump.at("aws").at("secret_access_key"), "s1");
     EXPECT_EQ(dump.at("g1").at("service_account_credentials"), "");
     EXPECT_EQ(dump.at("g2"), (RemoteConfigSection{{"type", "gcs"},
                                                   {"service_account_credentials", "{\"k\": 1}"}}));
     EXPECT_EQ(dump.at("az").at("type"), "azureblob");
-    EXPECT_EQ(testing::revealed(sandbox, dump.at("f1").at("pass")), "pw");
+    // Values that begin with "-" are values, not flags.
+    EXPECT_EQ(testing::revealed(sandbox, dump.at("f1").at("pass")), "-pw");
+    EXPECT_EQ(dump.at("f1").at("user"), "-u");
     EXPECT_EQ(testing::revealed(sandbox, dump.at("s").at("pass")), "pw2");
     EXPECT_FALSE(dump.at("f1").contains("port"));
 

@@ -51,8 +51,8 @@ RcloneGuidedSetup fakeSetup(testing::RcloneSandbox& sandbox,
     return RcloneGuidedSetup(sandbox.fakeRunner(body + "*) exit 9 ;;\nesac"));
 }
 
-const std::string kCreate = "[config][create][x][webdav][--non-interactive]";
-const std::string kContinue = "[config][update][x][--non-interactive][--continue][--state]";
+const std::string kCreate = "[config][create][--non-interactive][--][x][webdav]";
+const std::string kContinue = "[config][update][--non-interactive][--continue][--state=";
 
 TEST(RcloneGuidedSetup, RealRcloneWithoutSignIn) {
     testing::RcloneSandbox sandbox;
@@ -105,15 +105,16 @@ TEST(RcloneGuidedSetup, ProtocolTurnsAndFailures) {
         sandbox,
         {{kCreate,
           prints(R"({"State":"s1","Option":{"Name":"f","Type":"bool","DefaultStr":"true"}})")},
-         {kContinue + "[s1][--result][true]",
+         {kContinue + "s1][--result=true][--][x]",
           prints(R"({"State":"s 2;'","Option":{"Name":"client_secret","Type":"string"}})")},
-         {kContinue + "[s 2;'\\''][--result][]", prints("\n{\"State\":\"\",\"Option\":null}\n")},
+         {kContinue + "s 2;'\\''][--result=][--][x]",
+          prints("\n{\"State\":\"\",\"Option\":null}\n")},
          {"[config][show][x]", prints("[x]\ntype = webdav\ntoken = {}\n")}});
     EXPECT_EQ(answered.configureIfPossible("x", "webdav", box, kNoSignIn), Outcome::completed);
     EXPECT_EQ(testing::readFile(sandbox.configPath().string() + ".calls"),
               "[config][dump]\n[config][paths]\n" + kCreate + "\n" + kContinue +
-                  "[s1][--result][true]\n" + kContinue +
-                  "[s 2;'][--result][]\n[config][show][x]\n");
+                  "s1][--result=true][--][x]\n" + kContinue +
+                  "s 2;'][--result=][--][x]\n[config][show][x]\n");
 
     const auto failing = [&](const std::string& firstStep,
                              std::map<std::string, std::string> more = {}) {
@@ -129,7 +130,7 @@ TEST(RcloneGuidedSetup, ProtocolTurnsAndFailures) {
               "Missing configuration step.");
     EXPECT_EQ(failing(prints("", "", 3)), "exit 3");
     EXPECT_EQ(failing(prints(R"({"State":"s","Option":{"Name":"n","DefaultStr":"d"}})"),
-                      {{kContinue + "[s][--result][d]", prints("", "later failure\n", 2)}}),
+                      {{kContinue + "s][--result=d][--][x]", prints("", "later failure\n", 2)}}),
               "later failure\n");
     EXPECT_EQ(fakeSetup(sandbox, {{"[config][show][x]", prints("token=x")}})
                   .verifyTokenOrNeedsWebUI("x", "webdav", box),
@@ -142,7 +143,7 @@ TEST(RcloneGuidedSetup, ProtocolTurnsAndFailures) {
     const auto throwing = fakeSetup(
         sandbox,
         {{kCreate, prints(R"({"State":"o","Option":{"Name":"config_is_local","Type":"bool"}})")},
-         {kContinue + "[o][--result][true]",
+         {kContinue + "o][--result=true][--][x]",
           "echo 'go to http://localhost:53682/auth?state=abc' >&2; exec sleep 60"}});
     EXPECT_THROW(throwing.configureIfPossible(
                      "x", "webdav", box, [](const std::string&) { throw std::logic_error("no"); }),
