@@ -1,6 +1,7 @@
 // Refreshing one folder of a finished tree: the folder is listed again on its own and its new
 // subtree takes the place of the old one, while the rest of the tree stays on screen.
 #include "core/coordinator/CoordinatorInternals.h"
+#include "core/coordinator/SkippedFoldersAfterRefresh.h"
 #include "core/support/FatalError.h"
 #include "core/support/Task.h"
 
@@ -170,8 +171,9 @@ void ScannerViewModel::finishFolderRefresh(const FolderRefreshResult& result) {
     if (selectedNode_ && nodeAtPath(*result.root, selectedNode_->path()) == nullptr) {
         publish(selectedNode_, FileNodeRef(), PublishedField::selectedNode);
     }
-    std::vector<SkippedFolder> skipped = done->skippedFolders;
-    skipped.insert(skipped.end(), result.skippedFolders.begin(), result.skippedFolders.end());
+    std::vector<SkippedFolder> skipped =
+        skippedAfterRefresh(done->skippedFolders, result.skippedFolders, result.folderPath,
+                            result.account && isLocalProvider(*result.account));
     const bool partial = done->partial;
     applyPaneState(State::Done{.root = result.root,
                                .savedDate = currentDate(),

@@ -382,6 +382,9 @@ std::shared_ptr<const CacheSnapshot> ScannerViewModel::saveTreeInBackground(cons
     // The snapshot is taken here, on the main thread, which alone touches a live tree.
     auto snapshot = std::make_shared<CacheSnapshot>(snapshotForCache(root));
     snapshot->partial = partial;
+    if (partial) {
+        rollUpFolderSizes(*snapshot);
+    }
     writeSnapshotInBackground(snapshot, stem, why);
     return snapshot;
 }

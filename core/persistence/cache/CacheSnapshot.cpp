@@ -81,4 +81,24 @@ CacheSnapshot snapshotForCache(const FileNode& root) {
     return snapshot;
 }
 
+void rollUpFolderSizes(CacheSnapshot& snapshot) {
+    const std::size_t count = snapshot.nodeCount();
+    std::vector<std::int64_t> contents(count, 0);
+    // Pre-order: every parent comes before its children, so a walk backwards meets each node
+    // after everything below it.
+    for (std::size_t index = count; index-- > 0;) {
+        if (snapshot.isDirs[index] != 0) {
+            snapshot.sizes[index] = std::max(snapshot.sizes[index], contents[index]);
+        }
+        const std::int32_t parent = snapshot.parents[index];
+        if (parent >= 0 && static_cast<std::size_t>(parent) < index) {
+            std::int64_t& sum = contents[static_cast<std::size_t>(parent)];
+            const std::int64_t size = std::max<std::int64_t>(snapshot.sizes[index], 0);
+            sum = size > std::numeric_limits<std::int64_t>::max() - sum
+                      ? std::numeric_limits<std::int64_t>::max()
+                      : sum + size;
+        }
+    }
+}
+
 } // namespace brimvale

@@ -34,4 +34,9 @@ std::int64_t estimatedTreeSize(const FileNode& root);
 // are 32 bits in the format.
 CacheSnapshot snapshotForCache(const FileNode& root);
 
+// Makes each folder at least as large as what it holds, from the deepest level up: the tree of
+// a scan that stopped midway may have folders whose sizes were never added up (a scan that adds
+// a folder up only once it is fully listed). Sums stop at the largest size.
+void rollUpFolderSizes(CacheSnapshot& snapshot);
+
 } // namespace brimvale

@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <limits>
 #include <string>
 #include <vector>
 
@@ -261,6 +262,41 @@ TEST(CacheRecord, CapacityHint) {
     auto root =
         folder("r", {folder("a", {file("x", 1), file("y", 1)}), folder("b", {file("z", 1)})});
     EXPECT_EQ(estimatedTreeSize(*root), 12);
+}
+
+} // namespace
+} // namespace brimvale
+
+namespace brimvale {
+namespace {
+
+TEST(CacheSnapshot, FoldersOfAStoppedScanAreAddedUpFromTheDeepestLevel) {
+    // root ─ a ─ f(5)
+    //        └ b ─ g(7)
+    //      └ c(100, holding 1) ─ h(1)
+    //      └ huge(2^62) and huge2(2^62 + 2^62 - 1): the sum stops at the largest size
+    const std::int64_t quarter = std::int64_t{1} << 62;
+    CacheSnapshot snapshot{
+        .rootPath = "/",
+        .rootName = "root",
+        .names = {"root", "a", "f", "b", "g", "c", "h", "huge", "huge2"},
+        .parents = {-1, 0, 1, 1, 3, 0, 5, 0, 0},
+        .isDirs = {1, 1, 0, 1, 0, 1, 0, 0, 0},
+        .sizes = {0, 0, 5, 0, 7, 100, 1, quarter, std::numeric_limits<std::int64_t>::max() - 1},
+        .modTimes = std::vector<double>(9, 0.0),
+        .pids = std::vector<std::string>(9),
+        .mimes = std::vector<std::string>(9)};
+    rollUpFolderSizes(snapshot);
+    EXPECT_EQ(snapshot.sizes[3], 7);
+    EXPECT_EQ(snapshot.sizes[1], 12);
+    EXPECT_EQ(snapshot.sizes[5], 100) << "a folder larger than what it holds keeps its size";
+    EXPECT_EQ(snapshot.sizes[0], std::numeric_limits<std::int64_t>::max());
+    // Files keep theirs.
+    EXPECT_EQ(snapshot.sizes[2], 5);
+    // Rolling up twice changes nothing.
+    const auto once = snapshot.sizes;
+    rollUpFolderSizes(snapshot);
+    EXPECT_EQ(snapshot.sizes, once);
 }
 
 } // namespace
