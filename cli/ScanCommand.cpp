@@ -253,12 +253,17 @@ int runScan(std::span<const std::string> rawArguments, CommandStreams streams) {
     if (accountName && arguments.rescan && !arguments.perFolder) {
         viewModel.startListingEarly(*accountName);
     }
-    session.loadAccounts();
-
     ProviderRef provider;
-    if (accountName) {
-        provider = viewModel.provider(*accountName);
-        if (!provider || !viewModel.configuredRemoteNames().contains(*accountName)) {
+    if (accountName && arguments.rescan && !arguments.perFolder) {
+        // A known account's rescan needs nothing from the account list: the listing is the
+        // command's only rclone run.
+        provider = viewModel.accountKnownFromLastScan(*accountName);
+    }
+    if (!provider) {
+        session.loadAccounts();
+        provider = accountName ? viewModel.provider(*accountName) : localAccount(viewModel);
+        if (accountName &&
+            (!provider || !viewModel.configuredRemoteNames().contains(*accountName))) {
             if (const auto& listError = viewModel.accountListError()) {
                 streams.err << "brimvale-cli scan: could not read the rclone accounts: "
                             << displayText(*listError) << '\n';
@@ -268,8 +273,6 @@ int runScan(std::span<const std::string> rawArguments, CommandStreams streams) {
                         << displayText(*accountName) << "' (brimvale-cli accounts lists them)\n";
             return exitFailure;
         }
-    } else {
-        provider = localAccount(viewModel);
         if (!provider) {
             streams.err << "brimvale-cli scan: no local account is available\n";
             return exitFailure;

@@ -598,30 +598,51 @@ void ScannerViewModel::setListsOneFolderAtATime(const std::string& remoteID, boo
     }
 }
 
-void ScannerViewModel::startListingEarly(const std::string& remoteID) {
-    if (listsOneFolderAtATime(remoteID)) {
-        return;
-    }
+std::optional<std::pair<std::string, bool>>
+ScannerViewModel::listingOfLastScan(const std::string& remoteID) const {
     // What the account was at its last scan: its backend type and whether it lists trees in
     // one go, as the adapter keeps them.
     const auto known =
         options_.settings->stringValue(SettingsKeys::recursiveListingFeature(remoteID));
     const auto equals = known ? known->rfind('=') : std::string::npos;
-    if (equals == std::string::npos || equals == 0) {
+    if (equals == std::string::npos || equals == 0 || known->starts_with("local=")) {
+        return std::nullopt;
+    }
+    return std::pair{known->substr(0, equals), known->substr(equals + 1) == "yes"};
+}
+
+void ScannerViewModel::startListingEarly(const std::string& remoteID) {
+    if (listsOneFolderAtATime(remoteID)) {
         return;
     }
-    const std::string type = known->substr(0, equals);
-    const bool fastList = known->substr(equals + 1) == "yes";
+    const auto last = listingOfLastScan(remoteID);
+    if (!last) {
+        return;
+    }
     auto made = CloudServiceCatalog::adapter(
-        {.remoteName = remoteID, .rcloneType = type},
+        {.remoteName = remoteID, .rcloneType = last->first},
         {.rclone = {.runner = options_.runner, .settings = options_.settings}});
     const auto* account = dynamic_cast<const RcloneAdapter*>(made.get());
-    if (account == nullptr || type == "local") {
+    if (account == nullptr) {
         return;
     }
     RcloneListingPrefetch::shared().start(
         options_.runner,
-        account->recursiveLsjsonArguments(remoteID + ":" + scanPath(*made), fastList));
+        account->recursiveLsjsonArguments(remoteID + ":" + scanPath(*made), last->second));
+}
+
+ProviderRef ScannerViewModel::accountKnownFromLastScan(const std::string& remoteID) {
+    const auto last = listingOfLastScan(remoteID);
+    if (!last) {
+        return nullptr;
+    }
+    // Taken as configured: a remote deleted since makes the listing fail as not configured,
+    // which the scan reports as such.
+    return makeProvider({.remoteName = remoteID,
+                         .rcloneType = last->first,
+                         .displayName = remoteID,
+                         .readyForUse = true,
+                         .section = RemoteConfigSection{}});
 }
 
 } // namespace brimvale

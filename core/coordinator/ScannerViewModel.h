@@ -170,6 +170,10 @@ public:
     // (RcloneListingPrefetch). For a command that will rescan a known cloud account. Does
     // nothing for an account never scanned, or one listed one folder at a time.
     void startListingEarly(const std::string& remoteID);
+    // A cloud account that was scanned before, made from what its last scan kept in the
+    // settings (its backend type), without reading the account list: for a command that
+    // rescans it and needs nothing else from rclone. None for an account never scanned.
+    ProviderRef accountKnownFromLastScan(const std::string& remoteID);
     // The account's setting "List one folder at a time" (cloud accounts), which the next scan
     // follows; a session's choice made with openAccount comes first.
     bool listsOneFolderAtATime(const std::string& remoteID) const;
@@ -340,6 +344,8 @@ private:
 
     // The account list.
     void publishAccountDirectory(AccountDirectory directory);
+    std::optional<std::pair<std::string, bool>>
+    listingOfLastScan(const std::string& remoteID) const;
     void finishAccountListRefresh(std::uint64_t refreshNumber, std::function<void()> onFinished);
     ProviderRef makeProvider(const AccountEntry& entry);
     // Deletes the remotes named "bv_…" among `remoteNames`, once per user; true when it
