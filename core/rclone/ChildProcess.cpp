@@ -10,6 +10,7 @@
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <system_error>
+#include <thread>
 #include <unistd.h>
 #include <utility>
 
@@ -23,6 +24,7 @@ using Clock = std::chrono::steady_clock;
 // How often a running child is checked for an overdue forced kill, and, where the system
 // gives no exit notification, for having exited while something it started holds its pipes.
 constexpr int kCheckPeriodMilliseconds = 100;
+constexpr std::size_t kReadBufferBytes = 65536;
 
 // A descriptor that becomes readable when the child exits, or -1 where there is none.
 int openExitNotification(pid_t pid) {
@@ -97,12 +99,15 @@ std::vector<char*> pointersTo(std::vector<std::string>& strings) {
 }
 
 // Reads what the pipe holds now; closes it (and sets `fd` to -1) at its end.
-void readAvailable(int& fd, ChildOutputStream stream, std::string* into,
-                   const ChildOutputObserver& observer) {
-    char buffer[65536];
+// Reads what the pipe holds now; returns how many bytes that was.
+std::size_t readAvailable(int& fd, ChildOutputStream stream, std::string* into,
+                          const ChildOutputObserver& observer) {
+    char buffer[kReadBufferBytes];
+    std::size_t total = 0;
     for (;;) {
         const ssize_t count = ::read(fd, buffer, sizeof buffer);
         if (count > 0) {
+            total += static_cast<std::size_t>(count);
             const std::string_view chunk(buffer, static_cast<std::size_t>(count));
             if (observer) {
                 observer(stream, chunk);
@@ -116,10 +121,10 @@ void readAvailable(int& fd, ChildOutputStream stream, std::string* into,
             continue;
         }
         if (count < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
-            return;
+            return total;
         }
         ::close(std::exchange(fd, -1));
-        return;
+        return total;
     }
 }
 
@@ -232,18 +237,20 @@ std::unique_ptr<ChildProcess> ChildProcess::spawn(const ChildProcessOptions& opt
         standardInput->closeChilds();
         inputFd = standardInput->releaseOurs();
     }
-    return std::unique_ptr<ChildProcess>(
-        new ChildProcess(pid, outputFd, errorFd, inputFd, options.killGracePeriod));
+    return std::unique_ptr<ChildProcess>(new ChildProcess(
+        pid, outputFd, errorFd, inputFd, options.killGracePeriod, options.outputGatheringPause));
 }
 
 ChildProcess::ChildProcess(pid_t pid, int standardOutput, int standardError, int standardInput,
-                           std::chrono::milliseconds killGracePeriod)
+                           std::chrono::milliseconds killGracePeriod,
+                           std::chrono::microseconds outputGatheringPause)
     : pid_(pid)
     , standardOutput_(standardOutput)
     , standardError_(standardError)
     , exitNotification_(openExitNotification(pid))
     , standardInput_(standardInput)
-    , killGracePeriod_(killGracePeriod) {}
+    , killGracePeriod_(killGracePeriod)
+    , outputGatheringPause_(outputGatheringPause) {}
 
 ChildProcess::~ChildProcess() {
     for (int* fd : {&standardOutput_, &standardError_, &exitNotification_, &standardInput_}) {
@@ -346,9 +353,11 @@ ChildProcessResult ChildProcess::collectOutputAndWait(const ChildOutputObserver&
         if (ready < 0 && errno != EINTR) {
             throwSystemError(errno, "could not wait for the output of a child process");
         }
+        std::size_t outputRead = 0;
         if (standardOutput_ >= 0) {
-            readAvailable(standardOutput_, ChildOutputStream::standardOutput,
-                          keepStandardOutput ? &result.standardOutput : nullptr, observer);
+            outputRead =
+                readAvailable(standardOutput_, ChildOutputStream::standardOutput,
+                              keepStandardOutput ? &result.standardOutput : nullptr, observer);
         }
         if (standardError_ >= 0) {
             readAvailable(standardError_, ChildOutputStream::standardError, &result.standardError,
@@ -356,6 +365,10 @@ ChildProcessResult ChildProcess::collectOutputAndWait(const ChildOutputObserver&
         }
         exited = childHasExited();
         if (!exited && pipesOpen) {
+            if (outputGatheringPause_.count() > 0 && outputRead > 0 &&
+                outputRead < kReadBufferBytes && standardOutput_ >= 0) {
+                std::this_thread::sleep_for(outputGatheringPause_);
+            }
             continue;
         }
         if (exited) {

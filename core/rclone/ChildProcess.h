@@ -45,6 +45,10 @@ struct ChildProcessOptions {
     std::chrono::milliseconds killGracePeriod{10'000};
     ChildStandardInput standardInput = ChildStandardInput::inherited;
     ChildOutputs outputs = ChildOutputs::pipes;
+    // After a read of standard output that was not a full buffer, wait this long before
+    // reading again: a child that writes many small pieces (rclone writes one listing entry
+    // per write) is then read in a few large chunks instead of one wake-up per piece.
+    std::chrono::microseconds outputGatheringPause{0};
 };
 
 struct ChildProcessResult {
@@ -110,7 +114,8 @@ public:
 
 private:
     ChildProcess(pid_t pid, int standardOutput, int standardError, int standardInput,
-                 std::chrono::milliseconds killGracePeriod);
+                 std::chrono::milliseconds killGracePeriod,
+                 std::chrono::microseconds outputGatheringPause);
 
     bool childHasExited() const;
     void killIfGracePeriodOver();
@@ -123,6 +128,7 @@ private:
     std::mutex inputMutex_; // serialises writes to and the closing of standardInput_
     int standardInput_;     // write end (a socket, so writes can refuse SIGPIPE); -1 if none
     const std::chrono::milliseconds killGracePeriod_;
+    const std::chrono::microseconds outputGatheringPause_;
 
     mutable std::mutex mutex_; // guards reaped_ and terminateRequestedAt_
     bool reaped_ = false;      // the process id may belong to someone else from now on

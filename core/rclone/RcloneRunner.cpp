@@ -130,7 +130,11 @@ RcloneRunner::runRcloneStreaming(const std::vector<std::string>& arguments,
                   .arguments = arguments,
                   .environmentChanges = options_.environmentChanges,
                   .killGracePeriod = options_.killGracePeriod,
-                  .standardInput = ChildStandardInput::nullDevice});
+                  .standardInput = ChildStandardInput::nullDevice,
+                  // A listing streams one entry per write: gathering for a millisecond reads
+                  // a run of them at once (measured: 21,000 reads of 160 bytes for a listing
+                  // of 20,000 files without it).
+                  .outputGatheringPause = std::chrono::milliseconds(1)});
     std::size_t outputBytes = 0;
     ChildProcessResult result = state.process().collectOutputAndWait(
         [&](ChildOutputStream stream, std::string_view chunk) {

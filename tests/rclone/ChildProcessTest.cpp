@@ -69,5 +69,36 @@ TEST(ChildProcess, NullDeviceInputAndOutputs) {
     EXPECT_TRUE(testing::childProcessesOfThisProcess().empty());
 }
 
+TEST(ChildProcess, OutputWrittenInSmallPiecesIsGatheredWithoutLosingOrReorderingAByte) {
+    // 2,000 lines, one write each, with a pause in the middle that outlasts the gathering.
+    const std::string script =
+        "i=0; while [ $i -lt 1000 ]; do echo line$i; i=$((i+1)); done; sleep 0.2; "
+        "while [ $i -lt 2000 ]; do echo line$i; i=$((i+1)); done; echo tail >&2";
+    std::string expected;
+    for (int i = 0; i < 2000; ++i) {
+        expected += "line" + std::to_string(i) + "\n";
+    }
+    auto child = ChildProcess::spawn({.executable = "/bin/sh",
+                                      .arguments = {"-c", script},
+                                      .standardInput = ChildStandardInput::nullDevice,
+                                      .outputGatheringPause = 5ms});
+    std::string seen;
+    int chunks = 0;
+    const auto result = child->collectOutputAndWait(
+        [&](ChildOutputStream stream, std::string_view chunk) {
+            if (stream != ChildOutputStream::standardOutput) {
+                return;
+            }
+            seen.append(chunk);
+            ++chunks;
+        },
+        false);
+    EXPECT_EQ(result.exitStatus, 0);
+    EXPECT_EQ(seen, expected);
+    EXPECT_EQ(result.standardOutput, "") << "not kept: the observer had it";
+    EXPECT_EQ(result.standardError, "tail\n");
+    EXPECT_LT(chunks, 500) << "one read per write";
+}
+
 } // namespace
 } // namespace brimvale
