@@ -55,6 +55,25 @@ QPalette darkPalette() {
     return palette;
 }
 
+// A coordinator on the application's own main queue, over the sandbox's rclone configuration.
+ScannerViewModelOptions coordinatorOptions(QtMainQueue& queue,
+                                           const testing::RcloneSandbox& sandbox,
+                                           const testing::TemporaryFolder& cache) {
+    return {.mainQueue = &queue,
+            .settings = std::make_shared<InMemorySettingsStore>(),
+            .cacheDirectory = cache.path().string(),
+            .runner = sandbox.realRunner()};
+}
+
+// Shows the window at a user's size, in front; true once it is on screen.
+bool showOnScreen(MainWindow& window) {
+    window.resize(1280, 800);
+    window.show();
+    window.raise();
+    window.activateWindow();
+    return QTest::qWaitForWindowExposed(&window);
+}
+
 void saveScreenshot(QWidget& window, const QString& name) {
     QDir().mkpath(BRIMVALE_SCREENSHOT_DIR);
     const QString path = QString(BRIMVALE_SCREENSHOT_DIR) + "/" + name + ".png";
@@ -83,17 +102,9 @@ TEST(ApplicationEndToEnd, ScanBrowseAndRescanAnAliasRemote) {
 
     {
         QtMainQueue queue;
-        ScannerViewModel viewModel(
-            ScannerViewModelOptions{.mainQueue = &queue,
-                                    .settings = std::make_shared<InMemorySettingsStore>(),
-                                    .cacheDirectory = cache.path().string(),
-                                    .runner = sandbox.realRunner()});
+        ScannerViewModel viewModel(coordinatorOptions(queue, sandbox, cache));
         MainWindow window(viewModel, {});
-        window.resize(1280, 800);
-        window.show();
-        window.raise();
-        window.activateWindow();
-        ASSERT_TRUE(QTest::qWaitForWindowExposed(&window));
+        ASSERT_TRUE(showOnScreen(window));
 
         // The account list is read when the window appears.
         SidebarModel* rows = window.sidebar()->model();
@@ -237,17 +248,9 @@ TEST(ApplicationEndToEnd, UnreadableFolderFolderRescanAndPartialSavedScan) {
 
     {
         QtMainQueue queue;
-        ScannerViewModel viewModel(
-            ScannerViewModelOptions{.mainQueue = &queue,
-                                    .settings = std::make_shared<InMemorySettingsStore>(),
-                                    .cacheDirectory = cache.path().string(),
-                                    .runner = sandbox.realRunner()});
+        ScannerViewModel viewModel(coordinatorOptions(queue, sandbox, cache));
         MainWindow window(viewModel, {});
-        window.resize(1280, 800);
-        window.show();
-        window.raise();
-        window.activateWindow();
-        ASSERT_TRUE(QTest::qWaitForWindowExposed(&window));
+        ASSERT_TRUE(showOnScreen(window));
         SidebarModel* rows = window.sidebar()->model();
         ASSERT_TRUE(pumpUntil([rows] { return rows->rowOf("pictures") >= 0; }));
         window.sidebar()->list()->setCurrentIndex(rows->index(rows->rowOf("pictures")));
