@@ -499,7 +499,9 @@ TEST_F(LocalAccountTest, TheLocalRowScansRootUnlessAPathWasChosenAndAConfiguredO
     EXPECT_TRUE(viewModel->waitForSavedScans(std::chrono::seconds(20)));
     EXPECT_TRUE(std::filesystem::exists(cacheFolder / "mydisk_srv__media.cache"));
 
-    // Back to the account: the picker asks again; closing it keeps the finished tree.
+    // Back to the account once its load has ended: the picker asks again; closing it keeps
+    // the finished tree.
+    ASSERT_TRUE(pumpUntil([&] { return viewModel->remoteIDsLoading().empty(); }));
     viewModel->selectProvider(providerNamed("localdisk"));
     viewModel->selectProvider(providerNamed("mydisk"));
     EXPECT_TRUE(viewModel->showLocalVolumePicker());
