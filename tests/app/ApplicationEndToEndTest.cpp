@@ -55,6 +55,19 @@ QPalette darkPalette() {
     return palette;
 }
 
+// Folders album0… of `photos` files each; a photo of album N is about `unit` × (N + 1) bytes,
+// so the albums sort by their number.
+void writeAlbums(const testing::TemporaryFolder& into, int albums, int photos, std::size_t unit) {
+    for (int album = 0; album < albums; ++album) {
+        for (int photo = 0; photo < photos; ++photo) {
+            testing::writeFileOfSize(into / ("album" + std::to_string(album)) /
+                                         ("photo" + std::to_string(photo) + ".jpg"),
+                                     unit * static_cast<std::size_t>(album + 1) +
+                                         static_cast<std::size_t>(photo));
+        }
+    }
+}
+
 // A coordinator on the application's own main queue, over the sandbox's rclone configuration.
 ScannerViewModelOptions coordinatorOptions(QtMainQueue& queue,
                                            const testing::RcloneSandbox& sandbox,
@@ -90,13 +103,7 @@ TEST(ApplicationEndToEnd, ScanBrowseAndRescanAnAliasRemote) {
     testing::TemporaryFolder cache;
     testing::TemporaryFolder fixture;
     // 40 folders of 25 files, sizes growing with the folder's number; one big file on top.
-    for (int folder = 0; folder < 40; ++folder) {
-        for (int item = 0; item < 25; ++item) {
-            testing::writeFileOfSize(fixture / ("album" + std::to_string(folder)) /
-                                         ("photo" + std::to_string(item) + ".jpg"),
-                                     static_cast<std::size_t>(1000 * (folder + 1) + item));
-        }
-    }
+    writeAlbums(fixture, 40, 25, 1000);
     testing::writeFileOfSize(fixture / "archive.zip", 2'000'000);
     sandbox.addRemote("pictures", "alias", {{"remote", fixture.path().string()}});
 
@@ -228,13 +235,7 @@ TEST(ApplicationEndToEnd, UnreadableFolderFolderRescanAndPartialSavedScan) {
     testing::RcloneSandbox sandbox;
     testing::TemporaryFolder cache;
     testing::TemporaryFolder fixture;
-    for (int folder = 0; folder < 30; ++folder) {
-        for (int item = 0; item < 5; ++item) {
-            testing::writeFileOfSize(fixture / ("album" + std::to_string(folder)) /
-                                         ("photo" + std::to_string(item) + ".jpg"),
-                                     static_cast<std::size_t>(2000 * (folder + 1) + item));
-        }
-    }
+    writeAlbums(fixture, 30, 5, 2000);
     testing::writeFileOfSize(fixture / "locked" / "secret.bin", 3'000'000);
     testing::writeFileOfSize(fixture / "archive.zip", 1'000'000);
     const std::string locked = (fixture / "locked").string();
