@@ -1,6 +1,7 @@
 #include "app/views/CacheBadge.h"
 
 #include "app/support/BadgeBackground.h"
+#include "app/support/BadgeCloseButton.h"
 #include "app/support/DateTexts.h"
 #include "app/support/SymbolLabel.h"
 #include "app/support/Symbols.h"
@@ -43,12 +44,7 @@ CacheBadge::CacheBadge(QWidget* parent)
     rescan_->setFlat(true);
     connect(rescan_, &QPushButton::clicked, this, &CacheBadge::rescanRequested);
     layout->addWidget(rescan_);
-    close_ = new QToolButton(this);
-    close_->setIcon(Symbols::icon("xmark"));
-    close_->setIconSize(QSize(10, 10));
-    close_->setAutoRaise(true);
-    close_->setToolTip(tr("Hide"));
-    close_->setAccessibleName(tr("Hide saved-scan badge"));
+    close_ = makeBadgeCloseButton(this, tr("Hide saved-scan badge"));
     connect(close_, &QToolButton::clicked, this, &CacheBadge::dismissRequested);
     layout->addWidget(close_);
     dateTimer_.setInterval(30'000);

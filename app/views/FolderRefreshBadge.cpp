@@ -1,6 +1,7 @@
 #include "app/views/FolderRefreshBadge.h"
 
 #include "app/support/BadgeBackground.h"
+#include "app/support/BadgeCloseButton.h"
 #include "app/support/BusyIndicator.h"
 #include "app/support/SymbolLabel.h"
 #include "app/support/Symbols.h"
@@ -53,12 +54,7 @@ FolderRefreshBadge::FolderRefreshBadge(QWidget* parent)
     detail_->setTextInteractionFlags(Qt::TextSelectableByMouse);
     texts->addWidget(detail_);
     layout->addLayout(texts);
-    close_ = new QToolButton(this);
-    close_->setIcon(Symbols::icon("xmark"));
-    close_->setIconSize(QSize(10, 10));
-    close_->setAutoRaise(true);
-    close_->setToolTip(tr("Hide"));
-    close_->setAccessibleName(tr("Hide folder rescan message"));
+    close_ = makeBadgeCloseButton(this, tr("Hide folder rescan message"));
     connect(close_, &QToolButton::clicked, this, &FolderRefreshBadge::dismissRequested);
     layout->addWidget(close_, 0, Qt::AlignTop);
 }

@@ -1,6 +1,7 @@
 #include "app/views/FullDiskAccessBadge.h"
 
 #include "app/support/BadgeBackground.h"
+#include "app/support/BadgeCloseButton.h"
 #include "app/support/SymbolLabel.h"
 #include "app/support/Symbols.h"
 
@@ -28,12 +29,7 @@ FullDiskAccessBadge::FullDiskAccessBadge(QWidget* parent)
     learnMore_->setAccessibleName(tr("Learn More"));
     connect(learnMore_, &QPushButton::clicked, this, &FullDiskAccessBadge::learnMoreRequested);
     layout->addWidget(learnMore_);
-    close_ = new QToolButton(this);
-    close_->setIcon(Symbols::icon("xmark"));
-    close_->setIconSize(QSize(10, 10));
-    close_->setAutoRaise(true);
-    close_->setToolTip(tr("Hide"));
-    close_->setAccessibleName(tr("Hide permissions badge"));
+    close_ = makeBadgeCloseButton(this, tr("Hide permissions badge"));
     connect(close_, &QToolButton::clicked, this, &FullDiskAccessBadge::dismissRequested);
     layout->addWidget(close_);
 }

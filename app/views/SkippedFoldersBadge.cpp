@@ -1,6 +1,7 @@
 #include "app/views/SkippedFoldersBadge.h"
 
 #include "app/support/BadgeBackground.h"
+#include "app/support/BadgeCloseButton.h"
 #include "app/support/SymbolLabel.h"
 #include "app/support/Symbols.h"
 #include "app/support/WidgetText.h"
@@ -75,12 +76,7 @@ SkippedFoldersBadge::SkippedFoldersBadge(QWidget* parent)
     show_->setAccessibleName(tr("Show the folders that could not be read"));
     connect(show_, &QPushButton::clicked, this, &SkippedFoldersBadge::listRequested);
     layout->addWidget(show_);
-    close_ = new QToolButton(this);
-    close_->setIcon(Symbols::icon("xmark"));
-    close_->setIconSize(QSize(10, 10));
-    close_->setAutoRaise(true);
-    close_->setToolTip(tr("Hide"));
-    close_->setAccessibleName(tr("Hide unreadable-folders badge"));
+    close_ = makeBadgeCloseButton(this, tr("Hide unreadable-folders badge"));
     close_->setCursor(Qt::ArrowCursor);
     connect(close_, &QToolButton::clicked, this, &SkippedFoldersBadge::dismissRequested);
     layout->addWidget(close_);

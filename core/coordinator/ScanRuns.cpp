@@ -454,13 +454,9 @@ void ScannerViewModel::showStoppedTree(const std::string& remoteID,
     applyPaneState(State::LoadingCache{remoteID, 0.0}, remoteID);
     launchTask("show stopped " + remoteID,
                [this, remoteID, generation, snapshot = std::move(snapshot)](std::stop_token) {
-                   auto root = rebuildTree(*snapshot, {});
-                   std::optional<FileNodeRef> tree;
-                   if (root) {
-                       (*root)->setParent(nullptr);
-                       (*root)->relinkDescendantParentPointers();
-                       (*root)->sortChildren();
-                       tree = std::move(*root);
+                   auto tree = rebuildTree(*snapshot, {});
+                   if (tree) {
+                       finishRebuiltTree(**tree);
                    }
                    postIfCurrent(remoteID, generation, [this, remoteID, tree = std::move(tree)] {
                        if (!tree) {
@@ -638,11 +634,8 @@ ProviderRef ScannerViewModel::accountKnownFromLastScan(const std::string& remote
     }
     // Taken as configured: a remote deleted since makes the listing fail as not configured,
     // which the scan reports as such.
-    return makeProvider({.remoteName = remoteID,
-                         .rcloneType = last->first,
-                         .displayName = remoteID,
-                         .readyForUse = true,
-                         .section = RemoteConfigSection{}});
+    return makeProvider(
+        {.remoteName = remoteID, .rcloneType = last->first, .section = RemoteConfigSection{}});
 }
 
 } // namespace brimvale

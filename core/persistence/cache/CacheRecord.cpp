@@ -156,6 +156,15 @@ std::optional<FileNodeRef> rebuildTree(const CacheSnapshot& snapshot,
     return nodes.front();
 }
 
+void finishRebuiltTree(FileNode& root, const std::function<void(double)>& onProgress) {
+    root.setParent(nullptr);
+    report(onProgress, 0.85);
+    root.relinkDescendantParentPointers();
+    report(onProgress, 0.92);
+    root.sortChildren();
+    report(onProgress, 1.0);
+}
+
 std::optional<FileNodeRef> decodeCacheNode(std::span<const std::uint8_t> data,
                                            const std::function<void(double)>& onProgress) {
     auto decoded = decodeCacheRecord(data, onProgress);
@@ -187,16 +196,11 @@ std::optional<DecodedScan> decodeCacheRecord(std::span<const std::uint8_t> data,
         report(onProgress, 0.5);
         auto root = rebuildTree(*snapshot, onProgress);
         const bool partial = snapshot->partial;
-        snapshot.reset();
+        snapshot.reset(); // the columns go before the tree is linked and sorted
         if (!root) {
             return std::nullopt;
         }
-        (*root)->setParent(nullptr);
-        report(onProgress, 0.85);
-        (*root)->relinkDescendantParentPointers();
-        report(onProgress, 0.92);
-        (*root)->sortChildren();
-        report(onProgress, 1.0);
+        finishRebuiltTree(**root, onProgress);
         return DecodedScan{.root = std::move(*root), .partial = partial};
     }
 

@@ -42,5 +42,8 @@ CacheSnapshot decodeCacheSnapshot(std::span<const std::uint8_t> propertyList);
 // empty. Sizes are taken as stored. Children are not sorted and parent links not set.
 std::optional<FileNodeRef> rebuildTree(const CacheSnapshot& snapshot,
                                        const std::function<void(double)>& onProgress = {});
+// What a rebuilt tree needs before it is shown: no parent, its links set, its children sorted.
+// Reports progress from 0.85 to 1.
+void finishRebuiltTree(FileNode& root, const std::function<void(double)>& onProgress = {});
 
 } // namespace brimvale
