@@ -428,6 +428,17 @@ int runScan(std::span<const std::string> rawArguments, CommandStreams streams) {
 
 } // namespace
 
+bool scansCloudAccount(const std::vector<std::string>& arguments) {
+    if (arguments.empty() || arguments.front() != "scan") {
+        return false;
+    }
+    return std::any_of(arguments.begin() + 1, arguments.end(), [](const std::string& argument) {
+        const auto colon = argument.find(':');
+        return !argument.starts_with('-') && colon != std::string::npos && colon != 0 &&
+               colon + 1 == argument.size() && argument.find('/') == std::string::npos;
+    });
+}
+
 Command scanCommand() {
     return Command{
         .name = "scan",

@@ -6,6 +6,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <spawn.h>
+#include <sys/mman.h>
 #include <sys/socket.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
@@ -25,6 +26,13 @@ using Clock = std::chrono::steady_clock;
 // gives no exit notification, for having exited while something it started holds its pipes.
 constexpr int kCheckPeriodMilliseconds = 100;
 constexpr std::size_t kReadBufferBytes = 65536;
+// What has been read of an output file is given back to the system in pieces of this size.
+constexpr off_t kOutputFileReleaseBytes = 1 << 20;
+
+// An in-memory file for a child's standard output, or -1 where the system has none.
+int createOutputFile() {
+    return ::memfd_create("child-output", MFD_CLOEXEC);
+}
 
 // A descriptor that becomes readable when the child exits, or -1 where there is none.
 int openExitNotification(pid_t pid) {
@@ -159,12 +167,23 @@ private:
 };
 
 std::unique_ptr<ChildProcess> ChildProcess::spawn(const ChildProcessOptions& options) {
-    const bool outputPipes = options.outputs == ChildOutputs::pipes;
+    const bool outputPipes = options.outputs != ChildOutputs::nullDevice;
     std::optional<FileDescriptorPair> standardOutput;
     std::optional<FileDescriptorPair> standardError;
     std::optional<InputSocketPair> standardInput;
+    int outputFile = options.outputs == ChildOutputs::memoryFileAndPipe ? createOutputFile() : -1;
+    struct OutputFileCloser {
+        int& fd;
+        ~OutputFileCloser() {
+            if (fd >= 0) {
+                ::close(fd);
+            }
+        }
+    } outputFileCloser{outputFile};
     if (outputPipes) {
-        standardOutput.emplace();
+        if (outputFile < 0) {
+            standardOutput.emplace(); // also where no in-memory file could be made
+        }
         standardError.emplace();
     }
     if (options.standardInput == ChildStandardInput::pipe) {
@@ -179,7 +198,8 @@ std::unique_ptr<ChildProcess> ChildProcess::spawn(const ChildProcessOptions& opt
         posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
     }
     if (outputPipes) {
-        posix_spawn_file_actions_adddup2(&actions, standardOutput->writeEnd(), STDOUT_FILENO);
+        posix_spawn_file_actions_adddup2(
+            &actions, outputFile >= 0 ? outputFile : standardOutput->writeEnd(), STDOUT_FILENO);
         posix_spawn_file_actions_adddup2(&actions, standardError->writeEnd(), STDERR_FILENO);
     } else {
         posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
@@ -223,13 +243,16 @@ std::unique_ptr<ChildProcess> ChildProcess::spawn(const ChildProcessOptions& opt
     }
     int outputFd = -1;
     int errorFd = -1;
-    if (outputPipes) {
+    if (standardOutput) {
         standardOutput->closeWrite();
-        standardError->closeWrite();
-        for (const int fd : {standardOutput->readEnd(), standardError->readEnd()}) {
-            ::fcntl(fd, F_SETFL, ::fcntl(fd, F_GETFL) | O_NONBLOCK);
-        }
+        ::fcntl(standardOutput->readEnd(), F_SETFL,
+                ::fcntl(standardOutput->readEnd(), F_GETFL) | O_NONBLOCK);
         outputFd = standardOutput->releaseRead();
+    }
+    if (standardError) {
+        standardError->closeWrite();
+        ::fcntl(standardError->readEnd(), F_SETFL,
+                ::fcntl(standardError->readEnd(), F_GETFL) | O_NONBLOCK);
         errorFd = standardError->releaseRead();
     }
     int inputFd = -1;
@@ -237,23 +260,26 @@ std::unique_ptr<ChildProcess> ChildProcess::spawn(const ChildProcessOptions& opt
         standardInput->closeChilds();
         inputFd = standardInput->releaseOurs();
     }
-    return std::unique_ptr<ChildProcess>(new ChildProcess(
-        pid, outputFd, errorFd, inputFd, options.killGracePeriod, options.outputGatheringPause));
+    return std::unique_ptr<ChildProcess>(
+        new ChildProcess(pid, outputFd, std::exchange(outputFile, -1), errorFd, inputFd,
+                         options.killGracePeriod, options.outputFilePollPeriod));
 }
 
-ChildProcess::ChildProcess(pid_t pid, int standardOutput, int standardError, int standardInput,
-                           std::chrono::milliseconds killGracePeriod,
-                           std::chrono::microseconds outputGatheringPause)
+ChildProcess::ChildProcess(pid_t pid, int standardOutput, int standardOutputFile, int standardError,
+                           int standardInput, std::chrono::milliseconds killGracePeriod,
+                           std::chrono::milliseconds outputFilePollPeriod)
     : pid_(pid)
     , standardOutput_(standardOutput)
+    , standardOutputFile_(standardOutputFile)
     , standardError_(standardError)
     , exitNotification_(openExitNotification(pid))
     , standardInput_(standardInput)
     , killGracePeriod_(killGracePeriod)
-    , outputGatheringPause_(outputGatheringPause) {}
+    , outputFilePollPeriod_(outputFilePollPeriod) {}
 
 ChildProcess::~ChildProcess() {
-    for (int* fd : {&standardOutput_, &standardError_, &exitNotification_, &standardInput_}) {
+    for (int* fd : {&standardOutput_, &standardOutputFile_, &standardError_, &exitNotification_,
+                    &standardInput_}) {
         if (*fd >= 0) {
             ::close(std::exchange(*fd, -1));
         }
@@ -326,6 +352,36 @@ int ChildProcess::reap() {
     return status;
 }
 
+void ChildProcess::readStandardOutputFile(std::string* into, const ChildOutputObserver& observer) {
+    char buffer[kReadBufferBytes];
+    for (;;) {
+        const ssize_t count = ::pread(standardOutputFile_, buffer, sizeof buffer, outputFileRead_);
+        if (count < 0 && errno == EINTR) {
+            continue;
+        }
+        if (count <= 0) {
+            break;
+        }
+        outputFileRead_ += count;
+        const std::string_view chunk(buffer, static_cast<std::size_t>(count));
+        if (observer) {
+            observer(ChildOutputStream::standardOutput, chunk);
+        }
+        if (into != nullptr) {
+            into->append(chunk);
+        }
+    }
+    // The file keeps its length (the child writes on at its end), but the pages already read
+    // are freed, so a long listing never sits in memory whole.
+    if (outputFileRead_ - outputFileReleased_ >= kOutputFileReleaseBytes) {
+        const off_t upTo = outputFileRead_ / kOutputFileReleaseBytes * kOutputFileReleaseBytes;
+        if (::fallocate(standardOutputFile_, FALLOC_FL_PUNCH_HOLE | FALLOC_FL_KEEP_SIZE,
+                        outputFileReleased_, upTo - outputFileReleased_) == 0) {
+            outputFileReleased_ = upTo;
+        }
+    }
+}
+
 ChildProcessResult ChildProcess::collectOutputAndWait(const ChildOutputObserver& observer,
                                                       bool keepStandardOutput) {
     ChildProcessResult result;
@@ -346,32 +402,37 @@ ChildProcessResult ChildProcess::collectOutputAndWait(const ChildOutputObserver&
             }
         }
         // Without an exit notification the child is looked at every few milliseconds once
-        // its pipes are closed, and every check period while they are open.
+        // its pipes are closed, and every check period while they are open. An output file
+        // gives no notice of new bytes, so it is looked at every poll period.
         const bool pipesOpen = standardOutput_ >= 0 || standardError_ >= 0;
-        const int timeout = exitNotification_ >= 0 || pipesOpen ? kCheckPeriodMilliseconds : 5;
+        int timeout = exitNotification_ >= 0 || pipesOpen ? kCheckPeriodMilliseconds : 5;
+        if (standardOutputFile_ >= 0) {
+            timeout = static_cast<int>(outputFilePollPeriod_.count());
+        }
         const int ready = ::poll(count == 0 ? nullptr : fds, count, timeout);
         if (ready < 0 && errno != EINTR) {
             throwSystemError(errno, "could not wait for the output of a child process");
         }
-        std::size_t outputRead = 0;
+        std::string* const outputInto = keepStandardOutput ? &result.standardOutput : nullptr;
         if (standardOutput_ >= 0) {
-            outputRead =
-                readAvailable(standardOutput_, ChildOutputStream::standardOutput,
-                              keepStandardOutput ? &result.standardOutput : nullptr, observer);
+            readAvailable(standardOutput_, ChildOutputStream::standardOutput, outputInto, observer);
+        }
+        if (standardOutputFile_ >= 0) {
+            readStandardOutputFile(outputInto, observer);
         }
         if (standardError_ >= 0) {
             readAvailable(standardError_, ChildOutputStream::standardError, &result.standardError,
                           observer);
         }
         exited = childHasExited();
-        if (!exited && pipesOpen) {
-            if (outputGatheringPause_.count() > 0 && outputRead > 0 &&
-                outputRead < kReadBufferBytes && standardOutput_ >= 0) {
-                std::this_thread::sleep_for(outputGatheringPause_);
-            }
+        if (!exited && (pipesOpen || standardOutputFile_ >= 0)) {
             continue;
         }
         if (exited) {
+            if (standardOutputFile_ >= 0) {
+                readStandardOutputFile(outputInto, observer);
+                ::close(std::exchange(standardOutputFile_, -1));
+            }
             // Whatever the child wrote before it exited is in the pipes now; anything later
             // would come from a process it left behind holding them.
             struct Stream {

@@ -4,8 +4,11 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
+#include <fstream>
 #include <future>
 #include <thread>
+#include <unistd.h>
 
 namespace brimvale {
 namespace {
@@ -70,18 +73,30 @@ TEST(ChildProcess, NullDeviceInputAndOutputs) {
 }
 
 TEST(ChildProcess, OutputWrittenInSmallPiecesIsGatheredWithoutLosingOrReorderingAByte) {
-    // 2,000 lines, one write each, with a pause in the middle that outlasts the gathering.
+    // 2,000 lines, one write each, with a pause in the middle until we have read the first
+    // half (so it is read while the child runs), then 2 MB at once (more than the output file
+    // keeps in memory behind the reader).
+    const auto flag = std::filesystem::temp_directory_path() /
+                      ("brimvale-child-flag-" + std::to_string(::getpid()));
+    std::filesystem::remove(flag);
     const std::string script =
-        "i=0; while [ $i -lt 1000 ]; do echo line$i; i=$((i+1)); done; sleep 0.2; "
-        "while [ $i -lt 2000 ]; do echo line$i; i=$((i+1)); done; echo tail >&2";
+        "i=0; while [ $i -lt 1000 ]; do echo line$i; i=$((i+1)); done; t=0; "
+        "while [ ! -e '" +
+        flag.string() +
+        "' ] && [ $t -lt 1000 ]; do sleep 0.01; t=$((t+1)); "
+        "done; [ $t -lt 1000 ] || echo 'not read while running' >&2; "
+        "while [ $i -lt 2000 ]; do echo line$i; i=$((i+1)); done; seq 1 300000; echo tail >&2";
     std::string expected;
     for (int i = 0; i < 2000; ++i) {
         expected += "line" + std::to_string(i) + "\n";
     }
+    for (int i = 1; i <= 300000; ++i) {
+        expected += std::to_string(i) + "\n";
+    }
     auto child = ChildProcess::spawn({.executable = "/bin/sh",
                                       .arguments = {"-c", script},
                                       .standardInput = ChildStandardInput::nullDevice,
-                                      .outputGatheringPause = 5ms});
+                                      .outputs = ChildOutputs::memoryFileAndPipe});
     std::string seen;
     int chunks = 0;
     const auto result = child->collectOutputAndWait(
@@ -91,8 +106,12 @@ TEST(ChildProcess, OutputWrittenInSmallPiecesIsGatheredWithoutLosingOrReordering
             }
             seen.append(chunk);
             ++chunks;
+            if (seen.ends_with("line999\n")) {
+                std::ofstream{flag};
+            }
         },
         false);
+    std::filesystem::remove(flag);
     EXPECT_EQ(result.exitStatus, 0);
     EXPECT_EQ(seen, expected);
     EXPECT_EQ(result.standardOutput, "") << "not kept: the observer had it";
