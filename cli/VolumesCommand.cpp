@@ -34,6 +34,7 @@ int runVolumes(std::span<const std::string> arguments, CommandStreams streams) {
                             {"scanPath", choice.scanPath},
                             {"totalBytes", optionalNumber(choice.totalBytes)},
                             {"freeBytes", optionalNumber(choice.freeBytes)},
+                            {"notResponding", choice.notResponding},
                             {"capacitySummary",
                              summary ? nlohmann::json(*summary) : nlohmann::json(nullptr)}});
         }

@@ -44,6 +44,17 @@ std::optional<DirectoryJob> DirectoryJobQueue::finishAndTakeNext(std::vector<Dir
     return job;
 }
 
+void DirectoryJobQueue::finishAbandonedJob() {
+    {
+        std::lock_guard guard(lock_);
+        if (--unfinishedJobs_ != 0) {
+            return;
+        }
+    }
+    jobAvailable_.notify_all();
+    scanEnded_.notify_all();
+}
+
 void DirectoryJobQueue::stop() {
     {
         std::lock_guard guard(lock_);

@@ -42,6 +42,9 @@ public:
     // still queue some. Empty when the scan is done or stopped. `found` is left empty.
     std::optional<DirectoryJob> finishAndTakeNext(std::vector<DirectoryJob>& found,
                                                   bool finishedOne);
+    // Counts a job done that its worker will never finish (its read is stuck in the kernel and
+    // the worker was given up on).
+    void finishAbandonedJob();
     // Ends the waits of every worker and of waitUntilDone; queued jobs are dropped.
     void stop();
     // True once every job is done; false at `deadline` or after stop().

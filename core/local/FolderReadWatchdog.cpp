@@ -23,6 +23,8 @@ std::stop_token FolderReadWatchdog::beginRead(int slot) {
     s.startedAt = Clock::now();
     s.lastProgress.store(s.startedAt->time_since_epoch().count(), std::memory_order_relaxed);
     s.timedOut = false;
+    s.stoppedAt = s.source.stop_requested() ? s.startedAt : std::nullopt;
+    s.reportedStuck = false;
     return s.source.get_token();
 }
 
@@ -51,6 +53,7 @@ FolderReadWatchdog::stopOverdueReads(Clock::time_point now) {
         const auto deadline = std::max(*slot->startedAt, lastProgress) + limit_;
         if (deadline <= now) {
             slot->timedOut = true;
+            slot->stoppedAt = now;
             slot->source.request_stop();
         } else if (!next || deadline < *next) {
             next = deadline;
@@ -61,10 +64,29 @@ FolderReadWatchdog::stopOverdueReads(Clock::time_point now) {
 
 void FolderReadWatchdog::stopAll() {
     stoppedForGood_.store(true, std::memory_order_release);
+    const auto now = Clock::now();
     for (auto& slot : slots_) {
         std::lock_guard guard(slot->lock);
         slot->source.request_stop();
+        if (slot->startedAt && !slot->stoppedAt) {
+            slot->stoppedAt = now;
+        }
     }
+}
+
+std::vector<int> FolderReadWatchdog::readsStuckAfterStop(Clock::time_point now,
+                                                         Clock::duration grace) {
+    std::vector<int> stuck;
+    for (std::size_t index = 0; index < slots_.size(); ++index) {
+        Slot& slot = *slots_[index];
+        std::lock_guard guard(slot.lock);
+        if (slot.startedAt && slot.stoppedAt && !slot.reportedStuck &&
+            now - *slot.stoppedAt >= grace) {
+            slot.reportedStuck = true;
+            stuck.push_back(static_cast<int>(index));
+        }
+    }
+    return stuck;
 }
 
 } // namespace brimvale

@@ -34,6 +34,10 @@ public:
     std::optional<Clock::time_point> stopOverdueReads(Clock::time_point now);
     // Stops every running read and every later one (the scan was cancelled).
     void stopAll();
+    // The slots whose read was stopped at least `grace` ago and has still not ended: a read
+    // stuck in the kernel (a hung network or FUSE mount), which no stop token reaches. Each is
+    // reported once.
+    std::vector<int> readsStuckAfterStop(Clock::time_point now, Clock::duration grace);
 
 private:
     struct Slot {
@@ -41,6 +45,8 @@ private:
         std::stop_source source;                    // stops the slot's current read
         std::optional<Clock::time_point> startedAt; // while a read runs
         bool timedOut = false;                      // the current read ran past the limit
+        std::optional<Clock::time_point> stoppedAt; // when the current read was told to stop
+        bool reportedStuck = false;                 // readsStuckAfterStop named it already
         // When the current read last made progress, in Clock ticks; written by the worker
         // without the lock, read by stopOverdueReads.
         std::atomic<Clock::rep> lastProgress{0};

@@ -98,11 +98,13 @@ std::optional<std::string> LocalDiskAdapter::webURL(const FileNode& /*node*/) co
 std::optional<std::int64_t>
 LocalDiskAdapter::totalOccupiedBytesForScanPath(const std::string& path,
                                                 std::stop_token /*stopToken*/) {
-    const auto space = VolumeSpace::of(path.empty() ? std::string("/") : path);
-    if (!space) {
+    // A hung mount never answers: the scan goes on without the figure.
+    const auto answer =
+        volumeSpaceWithin(path.empty() ? std::string("/") : path, std::chrono::seconds(2));
+    if (!answer.space) {
         return std::nullopt;
     }
-    return space->usedBytes;
+    return answer.space->usedBytes;
 }
 
 } // namespace brimvale

@@ -10,7 +10,9 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <condition_variable>
 #include <cstdlib>
+#include <optional>
 #include <pthread.h>
 #include <sys/stat.h>
 #include <system_error>
@@ -21,6 +23,10 @@ namespace {
 
 // How often the scan's own thread applies listings, reports progress and checks time limits.
 constexpr auto kOwnerTick = std::chrono::milliseconds(50);
+// How long a read that was told to stop may take to notice before its worker is given up on.
+constexpr auto kStuckReadGrace = std::chrono::milliseconds(1000);
+// Workers that may replace workers given up on, over the whole scan.
+constexpr int kReplacementWorkers = 16;
 
 std::string logicalPathText(std::string_view logicalPath) {
     return logicalPath.empty() ? std::string("/") : std::string(logicalPath);
@@ -53,8 +59,34 @@ void growThreadArenaUpFront() {
 
 } // namespace
 
+// What a worker and the scan share. Once `abandoned` is set (under `lock`), the worker uses
+// only what it holds itself (this gate, the reader, the watchdog, its own job): the scan may be
+// gone by the time its read returns.
+struct LocalScanRun::WorkerGate {
+    std::mutex lock;
+    std::condition_variable ended;
+    bool abandoned = false;
+    bool finished = false;
+    std::optional<DirectoryJob> reading; // the folder being read, while a read runs
+
+    bool isAbandoned() {
+        std::lock_guard guard(lock);
+        return abandoned;
+    }
+    void finish() {
+        {
+            std::lock_guard guard(lock);
+            finished = true;
+        }
+        ended.notify_all();
+    }
+};
+
 struct LocalScanRun::Worker {
     int slot = 0;
+    std::shared_ptr<WorkerGate> gate;
+    std::shared_ptr<DirectoryReader> reader;
+    std::shared_ptr<FolderReadWatchdog> watchdog;
     // The folder this worker listed last, kept open so that its subfolders open relative to it.
     FolderDescriptor openFolder;
     const FileNode* openFolderNode = nullptr;
@@ -90,7 +122,7 @@ public:
     void addEntry(const DirEntry& entry) override {
         if (++entriesSinceProgressNote_ == 64) {
             entriesSinceProgressNote_ = 0;
-            run_.watchdog_.noteProgress(worker_.slot);
+            worker_.watchdog->noteProgress(worker_.slot);
         }
         if (entry.name == ".DS_Store" || entry.name == "Thumbs.db") {
             return;
@@ -201,16 +233,14 @@ LocalScanRun::LocalScanRun(std::string rootLocation, const ScanParameters& param
     , reader_(options.directoryReader ? options.directoryReader
                                       : std::make_shared<PosixDirectoryReader>())
     , workerCount_(std::max(1, options.workerCount))
-    , watchdog_(workerCount_, options.folderTimeLimit) {}
+    , watchdog_(std::make_shared<FolderReadWatchdog>(workerCount_ + kReplacementWorkers,
+                                                     options.folderTimeLimit))
+    , slotCount_(workerCount_ + kReplacementWorkers) {}
 
 LocalScanRun::~LocalScanRun() {
     queue_.stop();
-    watchdog_.stopAll();
-    for (auto& worker : workers_) {
-        if (worker.joinable()) {
-            worker.join();
-        }
-    }
+    watchdog_->stopAll();
+    joinOrAbandonWorkers();
 }
 
 FileNodeRef LocalScanRun::makeRoot() {
@@ -293,21 +323,23 @@ FileNodeRef LocalScanRun::run() {
                              .isRoot = true});
     std::stop_callback onStop(parameters_.stopToken, [this] {
         queue_.stop();
-        watchdog_.stopAll();
+        watchdog_->stopAll();
     });
-    for (int slot = 0; slot < workerCount_; ++slot) {
-        workers_.emplace_back([this, slot] {
-            pthread_setname_np(pthread_self(), "brimvale-scan");
-            workerLoop(slot);
-        });
+    while (nextSlot_ < workerCount_) {
+        startWorker(nextSlot_++);
     }
 
     std::int64_t reportedFolders = -1;
     for (;;) {
         const auto now = FolderReadWatchdog::Clock::now();
         auto wakeAt = now + kOwnerTick;
-        if (const auto overdueAt = watchdog_.stopOverdueReads(now)) {
+        if (const auto overdueAt = watchdog_->stopOverdueReads(now)) {
             wakeAt = std::min(wakeAt, *overdueAt);
+        }
+        for (const int slot : watchdog_->readsStuckAfterStop(now, kStuckReadGrace)) {
+            if (abandonStuckWorker(slot) && nextSlot_ < slotCount_) {
+                startWorker(nextSlot_++);
+            }
         }
         if (queue_.waitUntilDone(wakeAt) || parameters_.stopToken.stop_requested()) {
             break;
@@ -324,10 +356,7 @@ FileNodeRef LocalScanRun::run() {
             parameters_.progress(currentProgress());
         }
     }
-    for (auto& worker : workers_) {
-        worker.join();
-    }
-    workers_.clear();
+    joinOrAbandonWorkers();
     if (workerFailure_) {
         std::rethrow_exception(workerFailure_);
     }
@@ -378,18 +407,85 @@ void LocalScanRun::finishTree() {
     }
 }
 
-void LocalScanRun::workerLoop(int slot) {
+void LocalScanRun::startWorker(int slot) {
+    auto gate = std::make_shared<WorkerGate>();
+    std::thread thread([this, slot, gate, reader = reader_, watchdog = watchdog_] {
+        pthread_setname_np(pthread_self(), "brimvale-scan");
+        Worker worker;
+        worker.slot = slot;
+        worker.gate = gate;
+        worker.reader = reader;
+        worker.watchdog = watchdog;
+        workerLoop(worker);
+        gate->finish();
+    });
+    workers_.push_back(
+        WorkerThread{.slot = slot, .gate = std::move(gate), .thread = std::move(thread)});
+}
+
+bool LocalScanRun::abandonStuckWorker(int slot) {
+    const auto found =
+        std::find_if(workers_.begin(), workers_.end(),
+                     [slot](const WorkerThread& worker) { return worker.slot == slot; });
+    if (found == workers_.end()) {
+        return false;
+    }
+    std::optional<DirectoryJob> job;
+    {
+        std::lock_guard guard(found->gate->lock);
+        if (found->gate->finished || !found->gate->reading) {
+            return false;
+        }
+        found->gate->abandoned = true;
+        job = std::move(found->gate->reading);
+        found->gate->reading.reset();
+    }
+    found->thread.detach();
+    workers_.erase(found);
+    if (!parameters_.stopToken.stop_requested()) {
+        ScanDiagnostics::log("stuck " + logicalPathText(job->path->view()) +
+                             ": the read does not return; going on without it");
+        reportSkippedFolder(*job, "no answer for " + timeLimitText(options_.folderTimeLimit), true);
+        assembler_->submit(FolderListing{.folder = job->folder});
+    }
+    queue_.finishAbandonedJob();
+    return true;
+}
+
+void LocalScanRun::joinOrAbandonWorkers() {
+    const auto deadline = std::chrono::steady_clock::now() + kStuckReadGrace;
+    while (!workers_.empty()) {
+        WorkerThread& worker = workers_.back();
+        bool ended = false;
+        {
+            std::unique_lock guard(worker.gate->lock);
+            ended = worker.gate->ended.wait_until(guard, deadline,
+                                                  [&] { return worker.gate->finished; });
+        }
+        if (ended || !abandonStuckWorker(worker.slot)) {
+            if (worker.thread.joinable()) {
+                worker.thread.join();
+            }
+            workers_.pop_back();
+        }
+    }
+}
+
+void LocalScanRun::workerLoop(Worker& worker) {
     growThreadArenaUpFront();
-    Worker worker;
-    worker.slot = slot;
     std::vector<DirectoryJob> found;
     bool finishedOne = false;
     try {
         while (auto job = queue_.finishAndTakeNext(found, finishedOne)) {
             finishedOne = true;
-            listFolder(*job, worker, found);
+            if (!listFolder(*job, worker, found)) {
+                return;
+            }
         }
     } catch (...) {
+        if (worker.gate->isAbandoned()) {
+            return;
+        }
         {
             std::lock_guard guard(failureLock_);
             if (!workerFailure_) {
@@ -397,19 +493,19 @@ void LocalScanRun::workerLoop(int slot) {
             }
         }
         queue_.stop();
-        watchdog_.stopAll();
+        watchdog_->stopAll();
     }
 }
 
-void LocalScanRun::listFolder(DirectoryJob& job, Worker& worker, std::vector<DirectoryJob>& found) {
+bool LocalScanRun::listFolder(DirectoryJob& job, Worker& worker, std::vector<DirectoryJob>& found) {
     if (parameters_.stopToken.stop_requested()) {
-        return;
+        return true;
     }
     counter_.addFolders(1);
     if (!job.isRoot && !visitedFolders_.tryInsert(job.identity)) {
         // Listed already under another path (a bind mount); listed once, counted once.
         assembler_->submit(FolderListing{.folder = job.folder});
-        return;
+        return true;
     }
     worker.location.assign(1, '/');
     worker.location.append(job.path->view());
@@ -427,9 +523,20 @@ void LocalScanRun::listFolder(DirectoryJob& job, Worker& worker, std::vector<Dir
             builder.folderDevice = static_cast<std::uint64_t>(status.st_dev);
         }
     }
-    request.stopToken = watchdog_.beginRead(worker.slot);
-    FolderReadOutcome outcome = reader_->read(request, builder);
-    const bool timedOut = watchdog_.endRead(worker.slot);
+    {
+        std::lock_guard guard(worker.gate->lock);
+        worker.gate->reading = job;
+    }
+    request.stopToken = worker.watchdog->beginRead(worker.slot);
+    FolderReadOutcome outcome = worker.reader->read(request, builder);
+    {
+        std::lock_guard guard(worker.gate->lock);
+        if (worker.gate->abandoned) {
+            return false;
+        }
+        worker.gate->reading.reset();
+    }
+    const bool timedOut = worker.watchdog->endRead(worker.slot);
     worker.openFolderNode = outcome.descriptor.valid() ? job.folder.get() : nullptr;
     worker.openFolder = std::move(outcome.descriptor);
 
@@ -444,30 +551,31 @@ void LocalScanRun::listFolder(DirectoryJob& job, Worker& worker, std::vector<Dir
         builder.countLinkedFilesOnce();
         counter_.addFiles(builder.fileCount, builder.byteCount);
         assembler_->submit(std::move(builder.listing));
-        return;
+        return true;
     case FolderReadStatus::pseudoFileSystem:
         ScanDiagnostics::log("skip " + logicalPathText(job.path->view()) +
                              ": kernel file system, not listed");
         assembler_->submit(FolderListing{.folder = job.folder});
-        return;
+        return true;
     case FolderReadStatus::stopped:
         if (!timedOut || parameters_.stopToken.stop_requested()) {
-            return;
+            return true;
         }
         ScanDiagnostics::log("timeout " + logicalPathText(job.path->view()) +
                              ": readEntries took >" + timeLimitText(options_.folderTimeLimit) +
                              ", skipping");
         reportSkippedFolder(job, "no answer for " + timeLimitText(options_.folderTimeLimit), true);
         assembler_->submit(FolderListing{.folder = job.folder});
-        return;
+        return true;
     case FolderReadStatus::failed: {
         const std::string description = errorDescription(outcome.errorNumber);
         ScanDiagnostics::log("skip " + logicalPathText(job.path->view()) + ": " + description);
         reportSkippedFolder(job, description, false);
         assembler_->submit(FolderListing{.folder = job.folder});
-        return;
+        return true;
     }
     }
+    return true;
 }
 
 void LocalScanRun::reportSkippedFolder(const DirectoryJob& job, std::string reason, bool timedOut) {

@@ -7,9 +7,11 @@
 
 #include <algorithm>
 #include <array>
+#include <chrono>
 #include <climits>
 #include <cstdlib>
 #include <dirent.h>
+#include <map>
 #include <memory>
 #include <set>
 #include <tuple>
@@ -97,6 +99,9 @@ bool isSubvolumeMount(const MountEntry& mount) {
 } // namespace
 
 std::optional<std::string> Choice::capacitySummary() const {
+    if (notResponding) {
+        return std::string("not responding");
+    }
     if (!totalBytes || *totalBytes < 1) {
         return std::nullopt;
     }
@@ -135,7 +140,8 @@ std::vector<Choice> choicesFromSources(const ChoiceSources& sources) {
                              .pathLine = "(/)",
                              .scanPath = "/",
                              .totalBytes = startup.total,
-                             .freeBytes = startup.free});
+                             .freeBytes = startup.free,
+                             .notResponding = startup.notResponding});
     std::set<std::tuple<std::uint32_t, std::uint32_t, std::string>> listed;
     std::set<std::string> listedPaths{"/"};
     for (const MountEntry& mount : sources.mounts) {
@@ -162,15 +168,45 @@ std::vector<Choice> choicesFromSources(const ChoiceSources& sources) {
                                  .pathLine = "(" + normalizeScanPath(mount.mountPoint) + ")",
                                  .scanPath = mount.mountPoint,
                                  .totalBytes = stats.total,
-                                 .freeBytes = stats.free});
+                                 .freeBytes = stats.free,
+                                 .notResponding = stats.notResponding});
     }
     return sortedChoices(std::move(choices));
 }
 
+namespace {
+
+CapacityStats statsOf(const VolumeSpaceAnswer& answer) {
+    if (answer.notResponding) {
+        return CapacityStats{.notResponding = true};
+    }
+    if (!answer.space) {
+        return {};
+    }
+    return CapacityStats{.total = answer.space->totalBytes, .free = answer.space->availableBytes};
+}
+
+} // namespace
+
 std::vector<Choice> linuxChoices() {
     ChoiceSources sources;
     sources.mounts = MountTable::readCurrent();
-    sources.capacityStats = capacityStats;
+    // Every file system is asked at once, so hung mounts cost one wait in all, not one each.
+    std::map<std::string, PendingVolumeSpace> pending;
+    pending.emplace(std::string(kStartupDiskPath), std::string(kStartupDiskPath));
+    for (const MountEntry& mount : sources.mounts) {
+        if (isBrowsableMount(mount) && !pending.contains(mount.mountPoint)) {
+            pending.emplace(mount.mountPoint, mount.mountPoint);
+        }
+    }
+    const auto deadline = std::chrono::steady_clock::now() + kCapacityWait;
+    sources.capacityStats = [&pending, deadline](const std::string& path) {
+        const auto found = pending.find(path);
+        if (found == pending.end()) {
+            return statsOf(volumeSpaceWithin(path, kCapacityWait));
+        }
+        return statsOf(found->second.wait(deadline));
+    };
     const auto labels = labelsByDevice("/dev/disk/by-label");
     sources.labelFor = [&labels](const MountEntry& mount) -> std::optional<std::string> {
         if (labels.empty() || !mount.source.starts_with("/dev/")) {
@@ -230,11 +266,7 @@ std::string preferredVolumeTitle(std::string_view path,
 }
 
 CapacityStats capacityStats(const std::string& path) {
-    const auto space = VolumeSpace::of(path);
-    if (!space) {
-        return {};
-    }
-    return CapacityStats{.total = space->totalBytes, .free = space->availableBytes};
+    return statsOf(volumeSpaceWithin(path, kCapacityWait));
 }
 
 std::optional<std::string> choiceIDMatchingSavedPath(std::string_view savedPath,

@@ -2,6 +2,7 @@
 
 #include "core/local/MountTable.h"
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -25,9 +26,11 @@ struct Choice {
     std::string scanPath; // where a scan of this choice starts
     std::optional<std::int64_t> totalBytes;
     std::optional<std::int64_t> freeBytes;
+    bool notResponding = false; // the file system did not answer (a hung network or FUSE mount)
 
     // "<total> total · <used> used · <free> free"; only "<total> total" when the free space is
-    // unknown; empty when the total is unknown or below 1 byte.
+    // unknown; "not responding" for a file system that did not answer; empty when the total is
+    // unknown or below 1 byte.
     std::optional<std::string> capacitySummary() const;
 
     friend bool operator==(const Choice&, const Choice&) = default;
@@ -36,6 +39,7 @@ struct Choice {
 struct CapacityStats {
     std::optional<std::int64_t> total;
     std::optional<std::int64_t> free; // available to an ordinary user
+    bool notResponding = false;
 };
 
 // What the choices are made from, so that tests can hand in a mount table of their own.
@@ -47,7 +51,9 @@ struct ChoiceSources {
 };
 
 // The choices of this machine: /proc/self/mountinfo, labels from /dev/disk/by-label,
-// capacities from statvfs.
+// capacities from statvfs, asked of every file system at once and waited for at most
+// kCapacityWait: a hung mount is listed as not responding.
+inline constexpr std::chrono::milliseconds kCapacityWait{1500};
 std::vector<Choice> linuxChoices();
 std::vector<Choice> choicesFromSources(const ChoiceSources& sources);
 
@@ -68,6 +74,7 @@ std::string preferredVolumeTitle(std::string_view path,
                                  std::optional<std::string_view> volumeName);
 
 // Total and available bytes of the file system holding `path`; each empty when unknown.
+// Waits at most kCapacityWait.
 CapacityStats capacityStats(const std::string& path);
 
 // The id of the first choice whose normalised scan path equals the normalised saved path.

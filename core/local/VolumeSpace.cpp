@@ -1,7 +1,11 @@
 #include "core/local/VolumeSpace.h"
 
+#include <condition_variable>
 #include <limits>
+#include <mutex>
 #include <sys/statvfs.h>
+#include <system_error>
+#include <thread>
 
 namespace brimvale {
 namespace {
@@ -30,6 +34,44 @@ std::optional<VolumeSpace> VolumeSpace::of(const std::string& path) {
         status.f_blocks > status.f_bfree ? status.f_blocks - status.f_bfree : 0;
     space.usedBytes = blocksToBytes(usedBlocks, blockSize);
     return space;
+}
+
+struct PendingVolumeSpace::Shared {
+    std::mutex lock;
+    std::condition_variable answered;
+    bool done = false;
+    std::optional<VolumeSpace> space;
+};
+
+PendingVolumeSpace::PendingVolumeSpace(const std::string& path)
+    : shared_(std::make_shared<Shared>()) {
+    try {
+        std::thread([shared = shared_, path] {
+            auto space = VolumeSpace::of(path);
+            {
+                std::lock_guard guard(shared->lock);
+                shared->space = std::move(space);
+                shared->done = true;
+            }
+            shared->answered.notify_all();
+        }).detach();
+    } catch (const std::system_error&) {
+        // No thread to spare: ask here, at the risk of waiting.
+        shared_->space = VolumeSpace::of(path);
+        shared_->done = true;
+    }
+}
+
+VolumeSpaceAnswer PendingVolumeSpace::wait(std::chrono::steady_clock::time_point deadline) {
+    std::unique_lock guard(shared_->lock);
+    if (!shared_->answered.wait_until(guard, deadline, [this] { return shared_->done; })) {
+        return VolumeSpaceAnswer{.notResponding = true};
+    }
+    return VolumeSpaceAnswer{.space = shared_->space};
+}
+
+VolumeSpaceAnswer volumeSpaceWithin(const std::string& path, std::chrono::milliseconds limit) {
+    return PendingVolumeSpace(path).wait(std::chrono::steady_clock::now() + limit);
 }
 
 } // namespace brimvale
