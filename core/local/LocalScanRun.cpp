@@ -243,18 +243,12 @@ LocalScanRun::~LocalScanRun() {
     joinOrAbandonWorkers();
 }
 
-FileNodeRef LocalScanRun::makeRoot() {
+FileNodeRef LocalScanRun::makeRoot(std::optional<Date> date) {
     const std::string logical = rootLocation_.substr(1);
     const auto slash = logical.rfind('/');
     const std::string name = logical.empty()
                                  ? std::string("/")
                                  : logical.substr(slash == std::string::npos ? 0 : slash + 1);
-    std::optional<Date> date;
-    struct stat status {};
-    if (::stat(rootLocation_.c_str(), &status) == 0) {
-        date = Date::fromUnixSeconds(static_cast<double>(status.st_mtim.tv_sec) +
-                                     static_cast<double>(status.st_mtim.tv_nsec) * 1e-9);
-    }
     const FileNodeRef& seed = parameters_.seedRoot;
     if (seed && seed->isDirectory() && seed->path() == logical) {
         return seed;
@@ -301,9 +295,18 @@ ScanProgress LocalScanRun::currentProgress() const {
 }
 
 FileNodeRef LocalScanRun::run() {
+    // Asked here, not on the owner thread (the application's main thread): the stat of a hung
+    // mount does not return.
+    std::optional<Date> rootDate;
+    struct stat status {};
+    if (::stat(rootLocation_.c_str(), &status) == 0) {
+        rootDate = Date::fromUnixSeconds(static_cast<double>(status.st_mtim.tv_sec) +
+                                         static_cast<double>(status.st_mtim.tv_nsec) * 1e-9);
+    }
+    throwIfCancelled(parameters_.stopToken);
     onOwner(
-        [this] {
-            root_ = makeRoot();
+        [this, rootDate] {
+            root_ = makeRoot(rootDate);
             seeded_ = root_ == parameters_.seedRoot;
             generationMark_ = seeded_ ? parameters_.scanSession : 0;
             root_->setParent(nullptr);

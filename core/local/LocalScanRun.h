@@ -14,6 +14,7 @@
 #include <exception>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -48,7 +49,7 @@ private:
     };
     class ListingBuilder;
 
-    FileNodeRef makeRoot();
+    FileNodeRef makeRoot(std::optional<Date> date);
     void startWorker(int slot);
     void workerLoop(Worker& worker);
     // Lists one folder; the subfolders to list go to `found`. False when the worker was given
