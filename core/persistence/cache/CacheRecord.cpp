@@ -161,7 +161,19 @@ void finishRebuiltTree(FileNode& root, const std::function<void(double)>& onProg
     report(onProgress, 0.85);
     root.relinkDescendantParentPointers();
     report(onProgress, 0.92);
-    root.sortChildren();
+    // Shares are not saved: each folder's are worked out again with its order.
+    std::vector<FileNode*> folders{&root};
+    while (!folders.empty()) {
+        FileNode* folder = folders.back();
+        folders.pop_back();
+        folder->rebalanceChildren();
+        folder->sortImmediateChildren();
+        for (const auto& child : folder->children()) {
+            if (!child->children().empty()) {
+                folders.push_back(child.get());
+            }
+        }
+    }
     report(onProgress, 1.0);
 }
 
