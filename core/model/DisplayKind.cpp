@@ -18,6 +18,8 @@ constexpr std::pair<std::string_view, std::string_view> kExactKinds[] = {
     {"application/vnd.google-apps.script", "Apps Script"},
     {"application/pdf", "PDF"},
     {"text/plain", "Plain text"},
+    // What WebDAV servers (and rclone for local folders) call a folder.
+    {"inode/directory", "Folder"},
 };
 
 constexpr std::pair<std::string_view, std::string_view> kPrefixKinds[] = {

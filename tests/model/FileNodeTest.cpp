@@ -280,6 +280,8 @@ TEST(FileNode, DisplayKindFromMimeType) {
         {"application/vnd.google-apps.map", "Google My Maps"},
         {"application/vnd.google-apps.script", "Apps Script"},
         {"application/vnd.google-apps.folder", "application/vnd.google-apps.folder"},
+        {"inode/directory", "Folder"},
+        {"Inode/Directory", "Folder"},
         {"image", "image"},
         {"", std::nullopt},
         {std::nullopt, std::nullopt},
