@@ -14,7 +14,13 @@ namespace brimvale::DateTexts {
 namespace {
 
 icu::Locale icuLocale(const std::string& locale) {
-    return icu::Locale(locale.empty() ? userLocaleName().c_str() : locale.c_str());
+    const std::string name = locale.empty() ? userLocaleName() : locale;
+    // The C (POSIX) locale has no language, and ICU's root locale no plural rules ("1 seconds
+    // ago"): it means the program's own language, English.
+    if (name == "C" || name == "POSIX" || name.starts_with("C.") || name.starts_with("C_")) {
+        return icu::Locale("en_US_POSIX");
+    }
+    return icu::Locale(name.c_str());
 }
 
 std::string utf8(const icu::UnicodeString& text) {

@@ -36,6 +36,22 @@ TEST(DateTexts, RelativeDatesUseNamedFormsAndTheLargestUnit) {
         "Cached 3 hours ago");
 }
 
+TEST(DateTexts, OneOfAUnitIsSingularInEnglishAndUnderTheCLocale) {
+    const Date now = Date::fromUnixSeconds(1'714'566'896);
+    for (const char* locale : {"en_US", "en_GB", "C", "POSIX", "C.UTF-8"}) {
+        const auto ago = [&](double seconds) {
+            return DateTexts::relativeDateText(Date{now.secondsSinceReferenceDate - seconds}, now,
+                                               locale);
+        };
+        EXPECT_EQ(ago(1), "1 second ago") << locale;
+        EXPECT_EQ(ago(2), "2 seconds ago") << locale;
+        EXPECT_EQ(ago(3601), "1 hour ago") << locale;
+        EXPECT_EQ(DateTexts::cachedDateText(Date{now.secondsSinceReferenceDate - 61}, now, locale),
+                  "Cached 1 minute ago")
+            << locale;
+    }
+}
+
 TEST(DateTexts, FollowTheLanguage) {
     const Date now = Date::fromUnixSeconds(1'714'566'896);
     const Date threeHoursAgo{now.secondsSinceReferenceDate - 3 * kHour};
