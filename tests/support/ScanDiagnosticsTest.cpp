@@ -83,7 +83,7 @@ TEST(ScanDiagnostics, OnlyTheExactValueOneSwitchesStandardErrorOn) {
     EXPECT_TRUE(std::regex_match(
         line,
         std::regex(
-            R"(\[Scan\] \d{4}-\d\d-\d\dT\d\d:\d\d:\d\dZ lsjson parsed remote=gdrive \xE2\x80\x94 ScanDiagnosticsTest\.cpp:\d+\n)")))
+            R"(\[Scan\] \d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}Z lsjson parsed remote=gdrive \xE2\x80\x94 ScanDiagnosticsTest\.cpp:\d+\n)")))
         << line;
     EXPECT_EQ(systemLog.lines().size(), 9u);
 }
