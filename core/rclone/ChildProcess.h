@@ -66,7 +66,8 @@ struct ChildProcessResult {
 // Sees each chunk of output as it arrives, before it is added to the result.
 using ChildOutputObserver = std::function<void(ChildOutputStream stream, std::string_view chunk)>;
 
-// A child process started with posix_spawn, its standard output and standard error each on a
+// A child process (started by launchChild: it dies with this process, whichever thread
+// started it), its standard output and standard error each on a
 // pipe (or the null device), the working directory inherited, standard input inherited, the
 // null device or a pipe of ours. Reading drains both pipes together with poll, so neither can
 // fill up and block the child. The child never inherits another run's pipes (every descriptor
