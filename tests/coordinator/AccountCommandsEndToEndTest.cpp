@@ -164,7 +164,7 @@ TEST_F(AccountCommandsEndToEnd, TheWebHelperAnswersOnLoopbackUntilCtrlC) {
             std::replace(text.begin(), text.end(), '\0', ' ');
             std::smatch match;
             if (std::regex_search(text, match,
-                                  std::regex("rcd --rc-web-gui --rc-no-auth --rc-addr "
+                                  std::regex("rcd --rc-web-gui --log-level NOTICE --rc-addr "
                                              "127\\.0\\.0\\.1:([0-9]+)"))) {
                 address = match[1];
                 return true;
@@ -188,7 +188,10 @@ TEST_F(AccountCommandsEndToEnd, TheWebHelperAnswersOnLoopbackUntilCtrlC) {
     ::kill(helper->pid(), SIGINT);
     const auto stopped = helper->collectOutputAndWait();
     EXPECT_EQ(stopped.exitStatus, 0) << stopped.standardError;
-    EXPECT_NE(stopped.standardOutput.find("http://127.0.0.1:" + address + "/"), std::string::npos);
+    // The login address, with the helper's own user and password.
+    EXPECT_NE(stopped.standardOutput.find("@127.0.0.1:" + address + "/?login_token="),
+              std::string::npos)
+        << stopped.standardOutput;
     EXPECT_TRUE(waitUntil([&] { return !answers(); })) << "the helper must not outlive its use";
 }
 
