@@ -10,10 +10,16 @@
 #include <nlohmann/json.hpp>
 
 #include <arpa/inet.h>
+#include <atomic>
 #include <cerrno>
+#include <condition_variable>
+#include <functional>
+#include <mutex>
 #include <netinet/in.h>
+#include <optional>
 #include <poll.h>
 #include <sys/socket.h>
+#include <thread>
 
 namespace brimvale {
 namespace {
@@ -22,6 +28,8 @@ namespace {
 constexpr int kStartAttempts = 3;
 // How often a wait looks at the stop token.
 constexpr int kWaitSliceMilliseconds = 100;
+// How long rclone may take to say it listens.
+constexpr std::chrono::seconds kStartTimeout{60};
 // A reply larger than this is not rclone's.
 constexpr std::size_t kMaximumReplyBytes = 16 << 20;
 
@@ -182,7 +190,21 @@ bool RcloneRemoteControl::startOnce(const std::string& program, const RcloneRunn
                                         .environmentChanges = environment,
                                         .killGracePeriod = std::chrono::seconds(3),
                                         .standardInput = ChildStandardInput::nullDevice});
-    const std::stop_callback onStop(stopToken, [&process] { process->terminate(); });
+    std::optional<std::stop_callback<std::function<void()>>> onStop;
+    onStop.emplace(stopToken, [&process] { process->terminate(); });
+    // A server that never says it listens (a stuck configuration file) is ended.
+    std::atomic<bool> timedOut = false;
+    std::jthread watchdog([&](std::stop_token watching) {
+        std::mutex mutex;
+        std::condition_variable_any woken;
+        std::unique_lock lock(mutex);
+        if (!woken.wait_for(lock, watching, kStartTimeout, [] { return false; })) {
+            if (!watching.stop_requested()) {
+                timedOut = true;
+                process->terminate();
+            }
+        }
+    });
     // rclone says it is serving only once it holds the port: until then a request could reach
     // whoever took the port first.
     std::string said;
@@ -205,6 +227,11 @@ bool RcloneRemoteControl::startOnce(const std::string& program, const RcloneRunn
                 }
             });
         throwIfStopped(stopToken);
+        if (timedOut) {
+            throw BrimvaleError::scanFailed(
+                label_, "rclone's remote control did not start: no answer within " +
+                            std::to_string(kStartTimeout.count()) + " s");
+        }
         if (!said.empty()) {
             failure = lastLineOf(said);
         }
@@ -214,6 +241,10 @@ bool RcloneRemoteControl::startOnce(const std::string& program, const RcloneRunn
         return false;
     } catch (const Listening&) {
     }
+    // Neither may touch the process once it is handed over.
+    watchdog.request_stop();
+    watchdog.join();
+    onStop.reset();
     throwIfStopped(stopToken);
     process_ = std::move(process);
     port_ = *port;
