@@ -1,4 +1,5 @@
 #include "core/rclone/ChildProcess.h"
+#include "tests/coordinator/CliProgram.h"
 #include "tests/rclone/RcloneTestSupport.h"
 
 #include <gtest/gtest.h>
@@ -91,6 +92,30 @@ TEST(ChildProcessLifetime, ChildrenOutliveTheThreadThatStartedThemButNotTheirPro
                 << "rclone " << child << " outlived its parent (signal " << signal << ")";
         }
     }
+}
+
+TEST(ChildProcessLifetime, TheWebHelperOfAKilledCommandLineProgramStopsServing) {
+    testing::RcloneSandbox sandbox;
+    testing::TemporaryFolder home;
+    const testing::CliProgram cli(sandbox, home.path());
+    auto program = cli.start({"web-config"});
+    std::string said;
+    try {
+        program->collectOutputAndWait([&](ChildOutputStream, std::string_view chunk) {
+            said.append(chunk);
+            if (said.find("(on this computer only") != std::string::npos) {
+                throw Ready{};
+            }
+        });
+        FAIL() << "web-config ended early: " << said;
+    } catch (const Ready&) {
+    }
+    const auto children = childrenOf(program->pid());
+    ASSERT_EQ(children.size(), 1u) << said;
+    ::kill(program->pid(), SIGKILL);
+    EXPECT_EQ(program->collectOutputAndWait().terminatingSignal, SIGKILL);
+    EXPECT_TRUE(testing::waitUntil([&] { return hasEnded(children.front()); }))
+        << "the web helper outlived brimvale-cli";
 }
 
 TEST(ChildProcessLifetime, AChildGetsOnlyItsThreeDescriptorsAndDefaultSignalHandling) {
