@@ -75,8 +75,8 @@ using ChildOutputObserver = std::function<void(ChildOutputStream stream, std::st
 //
 // Thread safety: terminate() and isRunning() may be called from any thread at any time, also
 // concurrently with collectOutputAndWait(); so may writeStandardInput() and
-// closeStandardInput(), which serialise among themselves. Everything else belongs to the
-// thread that spawned the child.
+// closeStandardInput(), which serialise among themselves. Everything else is used by one
+// thread at a time (any thread: the child is this process's, not the spawning thread's).
 class ChildProcess {
 public:
     // Starts the child; throws std::system_error when it cannot be started (the program is
