@@ -32,20 +32,22 @@ std::string trimmed(std::string_view text) {
 struct ConfigKey {
     std::string key;
     std::string value;
-    bool obscured = false;
+    bool secret = false; // kept out of errors; rclone obscures those it stores obscured
 };
 
-void writeKeys(const RcloneAdapter& adapter, const std::string& remoteName,
-               const std::vector<ConfigKey>& keys, const std::stop_token& stopToken) {
-    for (const auto& [key, value, obscured] : keys) {
-        // A value may begin with "-" (a password, an obscured secret): flags go before "--".
-        std::vector<std::string> arguments{"config", "update"};
-        if (obscured) {
-            arguments.emplace_back("--obscure");
+// Writes the remote with its type and keys in one request, secrets only in the request's body.
+void writeRemote(const RcloneAdapter& adapter, const std::string& remoteName,
+                 const std::string& rcloneType, const std::vector<ConfigKey>& keys,
+                 const std::stop_token& stopToken) {
+    std::vector<std::pair<std::string, std::string>> settings;
+    std::vector<std::string> secrets;
+    for (const auto& [key, value, secret] : keys) {
+        settings.emplace_back(key, value);
+        if (secret) {
+            secrets.push_back(value);
         }
-        arguments.insert(arguments.end(), {"--", remoteName, key, value});
-        adapter.runner().runRclone(arguments, remoteName, stopToken);
     }
+    adapter.writeRemoteSettings(remoteName, rcloneType, settings, secrets, stopToken);
 }
 
 [[noreturn]] void refuse(const std::string& remoteName, std::string message) {
@@ -127,13 +129,12 @@ void applyS3AwsConfiguration(const RcloneAdapter& adapter, const std::string& re
     if (bucket.empty()) {
         refuse(remoteName, "Enter a bucket name.");
     }
-    adapter.ensureRemoteStubExists(remoteName, "s3", stopToken);
-    writeKeys(adapter, remoteName,
-              {{"provider", "AWS"},
-               {"region", region},
-               {"access_key_id", accessKeyId},
-               {"secret_access_key", secretAccessKey, true}},
-              stopToken);
+    writeRemote(adapter, remoteName, "s3",
+                {{"provider", "AWS"},
+                 {"region", region},
+                 {"access_key_id", accessKeyId},
+                 {"secret_access_key", secretAccessKey, true}},
+                stopToken);
     ObjectStorageScanPrefix::setS3Bucket(settings, bucket, remoteName);
 }
 
@@ -153,14 +154,13 @@ void applyS3CloudflareR2Configuration(const RcloneAdapter& adapter, const std::s
     if (bucket.empty()) {
         refuse(remoteName, "Enter a bucket name.");
     }
-    adapter.ensureRemoteStubExists(remoteName, "s3", stopToken);
-    writeKeys(adapter, remoteName,
-              {{"provider", "Cloudflare"},
-               {"endpoint", cloudflareR2Endpoint(accountId)},
-               {"region", "auto"},
-               {"access_key_id", accessKeyId},
-               {"secret_access_key", secretAccessKey, true}},
-              stopToken);
+    writeRemote(adapter, remoteName, "s3",
+                {{"provider", "Cloudflare"},
+                 {"endpoint", cloudflareR2Endpoint(accountId)},
+                 {"region", "auto"},
+                 {"access_key_id", accessKeyId},
+                 {"secret_access_key", secretAccessKey, true}},
+                stopToken);
     ObjectStorageScanPrefix::setS3Bucket(settings, bucket, remoteName);
 }
 
@@ -180,7 +180,6 @@ void applyGCSConfiguration(const RcloneAdapter& adapter, const std::string& remo
     if (keyFilePath.empty() && serviceAccountJSON.empty()) {
         refuse(remoteName, "Choose a service account JSON key file, or paste the JSON.");
     }
-    adapter.ensureRemoteStubExists(remoteName, "gcs", stopToken);
     std::vector<ConfigKey> keys;
     if (!keyFilePath.empty()) {
         if (!fileExists(keyFilePath)) {
@@ -194,7 +193,7 @@ void applyGCSConfiguration(const RcloneAdapter& adapter, const std::string& remo
     if (!projectNumber.empty()) {
         keys.push_back({"project_number", projectNumber});
     }
-    writeKeys(adapter, remoteName, keys, stopToken);
+    writeRemote(adapter, remoteName, "gcs", keys, stopToken);
     GCSScanSettings::setStoredBucket(settings, bucket, remoteName);
 }
 
@@ -211,8 +210,8 @@ void applyAzureBlobAccountKeyConfiguration(const RcloneAdapter& adapter,
     if (container.empty()) {
         refuse(remoteName, "Enter a container name.");
     }
-    adapter.ensureRemoteStubExists(remoteName, "azureblob", stopToken);
-    writeKeys(adapter, remoteName, {{"account", account}, {"key", storageKey, true}}, stopToken);
+    writeRemote(adapter, remoteName, "azureblob", {{"account", account}, {"key", storageKey, true}},
+                stopToken);
     ObjectStorageScanPrefix::setAzureContainer(settings, container, remoteName);
 }
 
@@ -225,7 +224,6 @@ void applyFTPConfiguration(const RcloneAdapter& adapter, const std::string& remo
     if (host.empty() || user.empty()) {
         refuse(remoteName, "Enter host and username.");
     }
-    adapter.ensureRemoteStubExists(remoteName, "ftp", stopToken);
     std::vector<ConfigKey> keys{{"host", host}, {"user", user}};
     if (port) {
         keys.push_back({"port", *port});
@@ -233,7 +231,7 @@ void applyFTPConfiguration(const RcloneAdapter& adapter, const std::string& remo
     if (!password.empty()) {
         keys.push_back({"pass", password, true});
     }
-    writeKeys(adapter, remoteName, keys, stopToken);
+    writeRemote(adapter, remoteName, "ftp", keys, stopToken);
 }
 
 void applySFTPConfiguration(const RcloneAdapter& adapter, const std::string& remoteName,
@@ -252,7 +250,6 @@ void applySFTPConfiguration(const RcloneAdapter& adapter, const std::string& rem
     if (!keyFilePath.empty() && !fileExists(keyFilePath)) {
         refuse(remoteName, "SSH key file not found.");
     }
-    adapter.ensureRemoteStubExists(remoteName, "sftp", stopToken);
     std::vector<ConfigKey> keys{{"host", host}, {"user", user}};
     if (port) {
         keys.push_back({"port", *port});
@@ -263,7 +260,7 @@ void applySFTPConfiguration(const RcloneAdapter& adapter, const std::string& rem
     if (!password.empty()) {
         keys.push_back({"pass", password, true});
     }
-    writeKeys(adapter, remoteName, keys, stopToken);
+    writeRemote(adapter, remoteName, "sftp", keys, stopToken);
 }
 
 } // namespace NativeCredentialConfiguration

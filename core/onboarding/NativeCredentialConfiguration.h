@@ -58,10 +58,9 @@ using NativeCredentialFields =
     std::variant<S3AwsCredentialFields, CloudflareR2CredentialFields, GCSCredentialFields,
                  AzureBlobCredentialFields, FTPCredentialFields, SFTPCredentialFields>;
 
-// A form's input was refused before anything was written (or, for a missing GCS key file,
-// after the remote's stub was made). A scanFailed error whose detail is the form's own message,
-// which is what the form shows (message()); other failures of the apply operations are
-// rclone's and are shown through ScanErrorInfo::addAccountFlowMessage.
+// A form's input was refused before anything was written. A scanFailed error whose detail is
+// the form's own message, which is what the form shows (message()); other failures of the
+// apply operations are rclone's and are shown through ScanErrorInfo::addAccountFlowMessage.
 class CredentialFormValidationError : public BrimvaleError {
 public:
     CredentialFormValidationError(std::string remoteName, std::string message);
@@ -69,12 +68,11 @@ public:
 };
 
 // The native credential forms' effect on the rclone configuration: validate the fields (the
-// first failing check wins), make sure the remote exists with the form's type
-// (RcloneAdapter::ensureRemoteStubExists), then one `rclone config update <remote> <key>
-// <value>` per key through the adapter's runner, in a fixed order, each finished before the
-// next; secrets get a final "--obscure" (rclone obscures the ones it stores obscured). A failed
-// run stops the sequence with its error (BrimvaleError from the runner); keys written before it
-// stay. On success the bucket or container becomes the account's scan root in `settings`.
+// first failing check wins), then write the remote with the form's type and every key in one
+// request to rclone's remote control (RcloneAdapter::writeRemoteSettings), so a typed secret is
+// never on a command line; rclone obscures the passwords it stores obscured. A refused write
+// changes nothing a new remote would keep (it is deleted again), and its error never quotes a
+// secret. On success the bucket or container becomes the account's scan root in `settings`.
 //
 // Thread safety: blocking; call from a background thread. `stopToken` cancels the running
 // rclone child (CancellationError).

@@ -3,6 +3,9 @@
 #include "core/rclone/BrimvaleError.h"
 #include "core/rclone/RcloneLogMasking.h"
 #include "core/rclone/RcloneProcessLog.h"
+#include "core/rclone/RcloneRemoteControl.h"
+#include "core/rclone/RcloneRemoteControlAccess.h"
+#include "core/rclone/Utf8Text.h"
 #include "core/support/UniqueFd.h"
 
 #include <arpa/inet.h>
@@ -16,6 +19,8 @@ namespace brimvale {
 namespace {
 
 constexpr int kFallbackPort = 5572;
+// A line of rclone's longer than this is not one we look for.
+constexpr std::size_t kLongestKeptLine = 65536;
 
 sockaddr_in loopbackAddress(int port) {
     sockaddr_in address{};
@@ -56,19 +61,7 @@ RcloneWebConfigServer::~RcloneWebConfigServer() {
 }
 
 std::optional<int> RcloneWebConfigServer::findFreePort() {
-    const UniqueFd socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    if (!socket.valid()) {
-        return std::nullopt;
-    }
-    sockaddr_in address = loopbackAddress(0);
-    if (::bind(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
-        return std::nullopt;
-    }
-    socklen_t length = sizeof address;
-    if (::getsockname(socket.get(), reinterpret_cast<sockaddr*>(&address), &length) != 0) {
-        return std::nullopt;
-    }
-    return ntohs(address.sin_port);
+    return freeLoopbackPort();
 }
 
 std::string RcloneWebConfigServer::startWebConfig() {
@@ -76,26 +69,72 @@ std::string RcloneWebConfigServer::startWebConfig() {
     if (!program) {
         throw BrimvaleError::rcloneNotInstalled();
     }
-    std::lock_guard lock(mutex_);
+    std::unique_lock lock(mutex_);
     stopLocked();
     const auto found = options_.portFinder ? options_.portFinder() : findFreePort();
     const int port = found.value_or(kFallbackPort);
     const std::vector<std::string> arguments{"rcd",
                                              "--rc-web-gui",
-                                             "--rc-no-auth",
+                                             "--log-level",
+                                             "NOTICE",
                                              "--rc-addr",
                                              "127.0.0.1:" + std::to_string(port),
                                              "--rc-web-gui-no-open-browser"};
+    std::vector<EnvironmentChange> environment = options_.runner.options().environmentChanges;
+    const auto access = RcloneRemoteControlAccess::random().environmentChanges();
+    environment.insert(environment.end(), access.begin(), access.end());
     RcloneProcessLog::debug("rclone web config spawn args=" + argumentsForLog(arguments));
-    process_ =
-        ChildProcess::spawn({.executable = *program,
-                             .arguments = arguments,
-                             .environmentChanges = options_.runner.options().environmentChanges,
-                             .killGracePeriod = options_.stopGracePeriod,
-                             .standardInput = ChildStandardInput::nullDevice,
-                             .outputs = ChildOutputs::nullDevice});
+    process_ = ChildProcess::spawn({.executable = *program,
+                                    .arguments = arguments,
+                                    .environmentChanges = environment,
+                                    .killGracePeriod = options_.stopGracePeriod,
+                                    .standardInput = ChildStandardInput::nullDevice});
     port_ = port;
-    return "http://127.0.0.1:" + std::to_string(port) + "/";
+    notices_ = std::make_shared<Notices>();
+    reader_ = std::thread([process = process_.get(), notices = notices_] {
+        std::string pending;
+        const auto onOutput = [&](ChildOutputStream stream, std::string_view chunk) {
+            if (stream != ChildOutputStream::standardError) {
+                return;
+            }
+            pending.append(chunk);
+            for (auto end = pending.find('\n'); end != std::string::npos;
+                 end = pending.find('\n')) {
+                const std::string line = pending.substr(0, end);
+                pending.erase(0, end + 1);
+                const std::lock_guard noticesLock(notices->mutex);
+                if (!notices->loginAddress) {
+                    notices->loginAddress = RcloneRemoteControlNotice::loginAddress(line);
+                    notices->lastLine = line;
+                    notices->changed.notify_all();
+                }
+            }
+            if (pending.size() > kLongestKeptLine) {
+                pending.clear();
+            }
+        };
+        try {
+            process->collectOutputAndWait(onOutput, false);
+        } catch (const std::exception& error) {
+            RcloneProcessLog::debug(std::string("rclone web config output lost: ") + error.what());
+        }
+        const std::lock_guard noticesLock(notices->mutex);
+        notices->ended = true;
+        notices->changed.notify_all();
+    });
+
+    std::unique_lock noticesLock(notices_->mutex);
+    notices_->changed.wait_for(noticesLock, options_.startTimeout, [&] {
+        return notices_->loginAddress.has_value() || notices_->ended;
+    });
+    if (notices_->loginAddress) {
+        return *notices_->loginAddress;
+    }
+    const std::string said = Utf8Text::decodeLossy(notices_->lastLine);
+    noticesLock.unlock();
+    stopLocked();
+    throw BrimvaleError::scanFailed("rclone", "the configuration helper did not start" +
+                                                  (said.empty() ? "" : ": " + said));
 }
 
 bool RcloneWebConfigServer::waitUntilAnswering(std::chrono::milliseconds timeout,
@@ -126,10 +165,15 @@ void RcloneWebConfigServer::stopLocked() {
         return;
     }
     process_->terminate();
-    // Waits for the exit (SIGKILL after the grace period) and reaps the child.
-    const ChildProcessResult result = process_->collectOutputAndWait();
-    RcloneProcessLog::debug("rclone web config stopped exit=" + std::to_string(result.exitStatus));
+    // The reader waits for the exit (SIGKILL after the grace period) and reaps the child.
+    if (reader_.joinable()) {
+        reader_.join();
+    } else {
+        process_->collectOutputAndWait();
+    }
+    RcloneProcessLog::debug("rclone web config stopped");
     process_.reset();
+    notices_.reset();
     port_ = 0;
 }
 

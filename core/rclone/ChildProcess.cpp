@@ -1,11 +1,12 @@
 #include "core/rclone/ChildProcess.h"
 
+#include "core/rclone/ChildLauncher.h"
+
 #include <cerrno>
 #include <csignal>
 #include <cstring>
 #include <fcntl.h>
 #include <poll.h>
-#include <spawn.h>
 #include <sys/mman.h>
 #include <sys/socket.h>
 #include <sys/syscall.h>
@@ -190,40 +191,6 @@ std::unique_ptr<ChildProcess> ChildProcess::spawn(const ChildProcessOptions& opt
         standardInput.emplace();
     }
 
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    if (standardInput) {
-        posix_spawn_file_actions_adddup2(&actions, standardInput->childs(), STDIN_FILENO);
-    } else if (options.standardInput == ChildStandardInput::nullDevice) {
-        posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
-    }
-    if (outputPipes) {
-        posix_spawn_file_actions_adddup2(
-            &actions, outputFile >= 0 ? outputFile : standardOutput->writeEnd(), STDOUT_FILENO);
-        posix_spawn_file_actions_adddup2(&actions, standardError->writeEnd(), STDERR_FILENO);
-    } else {
-        posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
-        posix_spawn_file_actions_adddup2(&actions, STDOUT_FILENO, STDERR_FILENO);
-    }
-#if defined(__GLIBC__) && defined(__GLIBC_PREREQ)
-#if __GLIBC_PREREQ(2, 34)
-    // Descriptors that some library opened without close-on-exec stay out of the child too.
-    posix_spawn_file_actions_addclosefrom_np(&actions, STDERR_FILENO + 1);
-#endif
-#endif
-
-    // The child starts with no blocked signals and default dispositions, whatever this
-    // process (or the toolkit) set up.
-    posix_spawnattr_t attributes;
-    posix_spawnattr_init(&attributes);
-    sigset_t noSignals;
-    sigemptyset(&noSignals);
-    sigset_t allSignals;
-    sigfillset(&allSignals);
-    posix_spawnattr_setsigmask(&attributes, &noSignals);
-    posix_spawnattr_setsigdefault(&attributes, &allSignals);
-    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
-
     std::vector<std::string> argumentStrings;
     argumentStrings.reserve(options.arguments.size() + 1);
     argumentStrings.push_back(options.executable);
@@ -233,14 +200,20 @@ std::unique_ptr<ChildProcess> ChildProcess::spawn(const ChildProcessOptions& opt
     auto environmentStrings = childEnvironment(options.environmentChanges);
     auto environmentPointers = pointersTo(environmentStrings);
 
-    pid_t pid = -1;
-    const int result = ::posix_spawn(&pid, options.executable.c_str(), &actions, &attributes,
-                                     argumentPointers.data(), environmentPointers.data());
-    posix_spawn_file_actions_destroy(&actions);
-    posix_spawnattr_destroy(&attributes);
-    if (result != 0) {
-        throwSystemError(result, "could not start " + options.executable);
+    ChildLaunchPlan plan{.executable = options.executable.c_str(),
+                         .arguments = argumentPointers.data(),
+                         .environment = environmentPointers.data(),
+                         .standardInputFromNullDevice =
+                             options.standardInput == ChildStandardInput::nullDevice,
+                         .outputsToNullDevice = !outputPipes};
+    if (standardInput) {
+        plan.standardInput = standardInput->childs();
     }
+    if (outputPipes) {
+        plan.standardOutput = outputFile >= 0 ? outputFile : standardOutput->writeEnd();
+        plan.standardError = standardError->writeEnd();
+    }
+    const pid_t pid = launchChild(plan);
     int outputFd = -1;
     int errorFd = -1;
     if (standardOutput) {

@@ -66,7 +66,8 @@ struct ChildProcessResult {
 // Sees each chunk of output as it arrives, before it is added to the result.
 using ChildOutputObserver = std::function<void(ChildOutputStream stream, std::string_view chunk)>;
 
-// A child process started with posix_spawn, its standard output and standard error each on a
+// A child process (started by launchChild: it dies with this process, whichever thread
+// started it), its standard output and standard error each on a
 // pipe (or the null device), the working directory inherited, standard input inherited, the
 // null device or a pipe of ours. Reading drains both pipes together with poll, so neither can
 // fill up and block the child. The child never inherits another run's pipes (every descriptor
@@ -74,8 +75,8 @@ using ChildOutputObserver = std::function<void(ChildOutputStream stream, std::st
 //
 // Thread safety: terminate() and isRunning() may be called from any thread at any time, also
 // concurrently with collectOutputAndWait(); so may writeStandardInput() and
-// closeStandardInput(), which serialise among themselves. Everything else belongs to the
-// thread that spawned the child.
+// closeStandardInput(), which serialise among themselves. Everything else is used by one
+// thread at a time (any thread: the child is this process's, not the spawning thread's).
 class ChildProcess {
 public:
     // Starts the child; throws std::system_error when it cannot be started (the program is

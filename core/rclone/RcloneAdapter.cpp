@@ -2,12 +2,15 @@
 
 #include "core/persistence/settings/ScanUISettings.h"
 #include "core/persistence/settings/SettingsKeys.h"
+#include "core/rclone/BrimvaleError.h"
 #include "core/rclone/GCSScanSettings.h"
 #include "core/rclone/ObjectStorageScanPrefix.h"
 #include "core/rclone/RcloneListingMerge.h"
 #include "core/rclone/RcloneListingParser.h"
 #include "core/rclone/RcloneListingPrefetch.h"
+#include "core/rclone/RcloneProcessLog.h"
 #include "core/rclone/RcloneProviderType.h"
+#include "core/rclone/RcloneRemoteControl.h"
 #include "core/rclone/RcloneStreamedScan.h"
 #include "core/rclone/RcloneTreeScan.h"
 #include "core/rclone/Utf8Text.h"
@@ -238,6 +241,55 @@ void RcloneAdapter::ensureRemoteStubExists(const std::string& remoteName,
         options_.runner.runRclone(
             {"config", "update", "--non-interactive", "--", remoteName, "type", rcloneType},
             remoteName, std::move(stopToken));
+    }
+}
+
+void RcloneAdapter::writeRemoteSettings(
+    const std::string& remoteName, const std::string& rcloneType,
+    const std::vector<std::pair<std::string, std::string>>& settings,
+    const std::vector<std::string>& secrets, std::stop_token stopToken) const {
+    const auto dump = configDumpDictionary(stopToken);
+    const auto section = dump.find(remoteName);
+    const bool creating = section == dump.end();
+    nlohmann::json parameters = nlohmann::json::object();
+    for (const auto& [key, value] : settings) {
+        parameters[key] = value;
+    }
+    if (!creating) {
+        const auto type = section->second.find("type");
+        if (type == section->second.end() ||
+            RcloneProviderType::canonical(type->second) != rcloneType) {
+            parameters["type"] = rcloneType;
+        }
+    }
+    nlohmann::json request{{"name", remoteName},
+                           {"parameters", parameters},
+                           {"opt", {{"obscure", true}, {"nonInteractive", true}}}};
+    if (creating) {
+        request["type"] = rcloneType;
+    }
+    std::string body;
+    try {
+        body = request.dump();
+    } catch (const nlohmann::json::exception&) {
+        throw BrimvaleError::scanFailed(remoteName, "a setting is not valid UTF-8 text");
+    }
+    RcloneRemoteControl control(options_.runner, remoteName, stopToken);
+    try {
+        control.call(creating ? "config/create" : "config/update", body, secrets, stopToken);
+    } catch (...) {
+        if (creating) {
+            // rclone keeps the section it began even when it refuses the rest, and saves it with
+            // its next change; it is deleted through the same server, whose copy of the
+            // configuration is the one that gets saved.
+            try {
+                control.call("config/delete", nlohmann::json{{"name", remoteName}}.dump(), secrets);
+            } catch (const std::exception& error) {
+                RcloneProcessLog::debug("could not delete the refused remote " + remoteName + ": " +
+                                        error.what());
+            }
+        }
+        throw;
     }
 }
 

@@ -9,6 +9,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace brimvale {
@@ -82,6 +83,15 @@ public:
     // asking anything), retyped when it has another type.
     void ensureRemoteStubExists(const std::string& remoteName, const std::string& rcloneType,
                                 std::stop_token stopToken = {}) const;
+    // Writes `settings` into the remote in one request to rclone's remote control (config/create
+    // when it is missing, config/update otherwise, with "type" when it has another type), so no
+    // value ever appears on a command line. Passwords are stored obscured. A remote that this
+    // call created and rclone then refused is deleted again: a failed add leaves nothing in the
+    // configuration. Errors never quote a value of `secrets`. Throws like rclone().
+    void writeRemoteSettings(const std::string& remoteName, const std::string& rcloneType,
+                             const std::vector<std::pair<std::string, std::string>>& settings,
+                             const std::vector<std::string>& secrets,
+                             std::stop_token stopToken = {}) const;
     void deleteRemote(const std::string& remoteName, std::stop_token stopToken = {}) const;
     // Deletes every remote whose name begins with `prefix`; returns their names.
     std::vector<std::string> deleteRemotesWithNamePrefix(const std::string& prefix,

@@ -22,11 +22,19 @@ std::string valueText(const Json& value) {
     return value.dump(-1, ' ', false, Json::error_handler_t::replace);
 }
 
-// The parser's own explanation, without its "[json.exception.…] " tag.
+// The parser's explanation of a malformed dump, without its "[json.exception.…] " tag and
+// without the text it read last (which may be part of a secret): where, and what kind of
+// mistake. Other errors (a number too large) quote the input, so only their kind is told.
 std::string explanationOf(const Json::exception& error) {
+    if (dynamic_cast<const Json::parse_error*>(&error) == nullptr) {
+        return "a value rclone cannot have written";
+    }
     std::string_view text = error.what();
     if (const auto tagEnd = text.find("] "); text.starts_with("[json.") && tagEnd != text.npos) {
         text.remove_prefix(tagEnd + 2);
+    }
+    if (const auto quoted = text.find("; last read: "); quoted != text.npos) {
+        text = text.substr(0, quoted);
     }
     return std::string(text);
 }

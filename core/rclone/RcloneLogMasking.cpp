@@ -112,6 +112,85 @@ std::string maskedArgument(std::string_view text) {
     return std::string(text);
 }
 
+// Flags of rclone's that take their value as the next argument, so it is not a positional one.
+bool takesSeparateValue(std::string_view flag) {
+    static constexpr std::array<std::string_view, 8> kValueFlags = {
+        "--state",    "--result",   "--config",    "--log-level",
+        "--log-file", "--checkers", "--transfers", "--rc-addr"};
+    return std::find(kValueFlags.begin(), kValueFlags.end(), flag) != kValueFlags.end();
+}
+
+// Where the settings are in `config create NAME TYPE [KEY VALUE | KEY=VALUE]…` or
+// `config update NAME [KEY VALUE | KEY=VALUE]…`. Keys are told by their place, never by what
+// they say, so a remote called "pass" or a value that reads "token" is not taken for a key.
+class ConfigWriteLayout {
+public:
+    explicit ConfigWriteLayout(const std::vector<std::string>& arguments)
+        : arguments_(arguments)
+        , positional_(arguments.size(), false) {
+        std::vector<std::size_t> positions;
+        bool afterSeparator = false;
+        for (std::size_t i = 0; i < arguments.size(); ++i) {
+            const std::string_view text = arguments[i];
+            if (!afterSeparator && text == "--") {
+                afterSeparator = true;
+            } else if (!afterSeparator && text.starts_with('-') && text.size() > 1) {
+                if (text.find('=') == std::string_view::npos && takesSeparateValue(text)) {
+                    ++i;
+                }
+            } else {
+                positions.push_back(i);
+            }
+        }
+        if (positions.size() < 2 || arguments[positions[0]] != "config") {
+            return;
+        }
+        const std::string& command = arguments[positions[1]];
+        std::size_t firstSetting = 0;
+        if (command == "create") {
+            firstSetting = 4; // config create NAME TYPE
+        } else if (command == "update") {
+            firstSetting = 3; // config update NAME
+        } else {
+            return;
+        }
+        for (const std::size_t position : positions) {
+            positional_[position] = true;
+        }
+        for (std::size_t p = firstSetting; p < positions.size(); ++p) {
+            const std::string& key = arguments[positions[p]];
+            if (key.find('=') != std::string::npos) {
+                settingInOne_.push_back(positions[p]);
+            } else if (p + 1 < positions.size()) {
+                if (isSecretKeyName(key)) {
+                    secretValues_.push_back(positions[p + 1]);
+                }
+                ++p;
+            }
+        }
+    }
+
+    // Whether argument `index` is a positional argument of a configuration write.
+    bool isPositional(std::size_t index) const { return positional_[index]; }
+
+    // Argument `index` (positional) as the log shows it.
+    std::string masked(std::size_t index) const {
+        if (std::find(secretValues_.begin(), secretValues_.end(), index) != secretValues_.end()) {
+            return std::string(kMask);
+        }
+        if (std::find(settingInOne_.begin(), settingInOne_.end(), index) != settingInOne_.end()) {
+            return maskedArgument(arguments_[index]);
+        }
+        return arguments_[index];
+    }
+
+private:
+    const std::vector<std::string>& arguments_;
+    std::vector<bool> positional_;
+    std::vector<std::size_t> secretValues_;
+    std::vector<std::size_t> settingInOne_; // KEY=VALUE settings
+};
+
 } // namespace
 
 bool isSecretKeyName(std::string_view name) {
@@ -121,40 +200,44 @@ bool isSecretKeyName(std::string_view name) {
 }
 
 std::string argumentsForLog(const std::vector<std::string>& arguments) {
-    std::string line;
+    std::vector<std::string> logged;
+    logged.reserve(arguments.size());
+    const ConfigWriteLayout layout(arguments);
     bool maskNext = false;
-    for (const auto& argument : arguments) {
-        if (!line.empty()) {
-            line.push_back(' ');
-        }
+    for (std::size_t i = 0; i < arguments.size(); ++i) {
+        const std::string_view text = arguments[i];
         if (maskNext) {
-            line.append(kMask);
+            logged.emplace_back(kMask);
             maskNext = false;
             continue;
         }
-        const std::string_view text = argument;
-        if (text.starts_with("--")) {
+        if (layout.isPositional(i)) {
+            logged.push_back(layout.masked(i));
+            continue;
+        }
+        if (text.starts_with("--") && text != "--") {
             const auto equals = text.find('=');
             const std::string_view flag = text.substr(0, equals);
             if (isResultFlag(flag) || isSecretFlag(flag)) {
                 if (equals == std::string_view::npos) {
-                    line.append(text);
+                    logged.emplace_back(text);
                     maskNext = true;
                 } else {
-                    line.append(text.substr(0, equals + 1)).append(kMask);
+                    logged.push_back(std::string(text.substr(0, equals + 1)) + std::string(kMask));
                 }
                 continue;
             }
-            line.append(text);
+            logged.emplace_back(text);
             continue;
         }
-        if (isSecretKeyName(text)) {
-            // `config create|update NAME KEY VALUE …`: the value follows its key.
-            line.append(text);
-            maskNext = true;
-            continue;
+        logged.push_back(maskedArgument(text));
+    }
+    std::string line;
+    for (const auto& argument : logged) {
+        if (!line.empty()) {
+            line.push_back(' ');
         }
-        line.append(maskedArgument(text));
+        line.append(argument);
     }
     return line;
 }

@@ -164,7 +164,7 @@ TEST_F(AccountCommandsEndToEnd, TheWebHelperAnswersOnLoopbackUntilCtrlC) {
             std::replace(text.begin(), text.end(), '\0', ' ');
             std::smatch match;
             if (std::regex_search(text, match,
-                                  std::regex("rcd --rc-web-gui --rc-no-auth --rc-addr "
+                                  std::regex("rcd --rc-web-gui --log-level NOTICE --rc-addr "
                                              "127\\.0\\.0\\.1:([0-9]+)"))) {
                 address = match[1];
                 return true;
@@ -185,10 +185,25 @@ TEST_F(AccountCommandsEndToEnd, TheWebHelperAnswersOnLoopbackUntilCtrlC) {
         return connected;
     };
     EXPECT_TRUE(waitUntil(answers));
+    // The login address, with the helper's own user and password, printed once rclone says it.
+    struct Printed {};
+    std::string printed;
+    try {
+        helper->collectOutputAndWait([&](ChildOutputStream stream, std::string_view chunk) {
+            if (stream == ChildOutputStream::standardOutput) {
+                printed.append(chunk);
+                if (printed.find("\n(on this computer only") != std::string::npos) {
+                    throw Printed{};
+                }
+            }
+        });
+    } catch (const Printed&) {
+    }
+    EXPECT_NE(printed.find("@127.0.0.1:" + address + "/?login_token="), std::string::npos)
+        << printed;
     ::kill(helper->pid(), SIGINT);
     const auto stopped = helper->collectOutputAndWait();
     EXPECT_EQ(stopped.exitStatus, 0) << stopped.standardError;
-    EXPECT_NE(stopped.standardOutput.find("http://127.0.0.1:" + address + "/"), std::string::npos);
     EXPECT_TRUE(waitUntil([&] { return !answers(); })) << "the helper must not outlive its use";
 }
 

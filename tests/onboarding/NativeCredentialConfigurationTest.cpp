@@ -30,14 +30,11 @@ TEST(NativeCredentialConfiguration, EveryFormWritesItsKeysInOrder) {
     InMemorySettingsStore settings;
     const auto keyFile = (sandbox.folder() / "key.json").string();
     testing::writeFile(keyFile, "{}");
-    std::mutex mutex; // guards updates (log writers may be called from any thread)
-    std::vector<std::string> updates;
+    std::mutex mutex; // guards logged (log writers may be called from any thread)
+    std::vector<std::string> logged;
     const auto previous = RcloneProcessLog::setWriter([&](std::string_view line) {
         std::lock_guard lock(mutex);
-        if (line.starts_with("rclone spawn args=config update") &&
-            line.find("--non-interactive") == std::string_view::npos) {
-            updates.emplace_back(line.substr(std::string_view("rclone spawn args=").size()));
-        }
+        logged.emplace_back(line);
     });
 
     Forms::applyS3AwsConfiguration(
@@ -62,35 +59,35 @@ TEST(NativeCredentialConfiguration, EveryFormWritesItsKeysInOrder) {
         {.host = "h", .port = "22x", .user = "u", .password = "pw2", .keyFilePath = keyFile});
     RcloneProcessLog::setWriter(previous);
 
-    // Every secret goes with "--obscure"; rclone obscures those it keeps obscured (passwords).
-    EXPECT_EQ(updates, (std::vector<std::string>{
-                           "config update -- aws provider AWS",
-                           "config update -- aws region eu-west-1",
-                           "config update -- aws access_key_id AK",
-                           "config update --obscure -- aws secret_access_key ***",
-                           "config update -- r2 provider Cloudflare",
-                           "config update -- r2 endpoint https://abc.r2.cloudflarestorage.com",
-                           "config update -- r2 region auto",
-                           "config update -- r2 access_key_id RK",
-                           "config update --obscure -- r2 secret_access_key ***",
-                           "config update -- g1 service_account_file " + keyFile,
-                           "config update -- g1 service_account_credentials ***",
-                           "config update -- g1 project_number 42",
-                           "config update --obscure -- g2 service_account_credentials ***",
-                           "config update -- az account acct",
-                           "config update --obscure -- az key ***",
-                           "config update -- f1 host h",
-                           "config update -- f1 user -u",
-                           "config update --obscure -- f1 pass ***",
-                           "config update -- f2 host h",
-                           "config update -- f2 user u",
-                           "config update -- f2 port 2121",
-                           "config update -- s host h",
-                           "config update -- s user u",
-                           "config update -- s key_file " + keyFile,
-                           "config update --obscure -- s pass ***"}));
+    // Each form is one request to rclone's remote control; no value is on a command line, so
+    // none is in the log either.
+    const auto calls = std::ranges::count_if(logged, [](const std::string& line) {
+        return line == "rclone remote control call config/create";
+    });
+    EXPECT_EQ(calls, 8);
+    for (const auto& line : logged) {
+        for (const std::string secret : {"s1", "s2", "k==", "-pw", "pw2", "\"k\""}) {
+            EXPECT_EQ(line.find(secret), std::string::npos) << line;
+        }
+    }
     auto dump = testing::configDump(sandbox);
-    EXPECT_EQ(dump.at("aws").at("secret_access_key"), "s1");
+    EXPECT_EQ(dump.at("aws"), (RemoteConfigSection{{"type", "s3"},
+                                                   {"provider", "AWS"},
+                                                   {"region", "eu-west-1"},
+                                                   {"access_key_id", "AK"},
+                                                   {"secret_access_key", "s1"}}));
+    EXPECT_EQ(dump.at("r2"),
+              (RemoteConfigSection{{"type", "s3"},
+                                   {"provider", "Cloudflare"},
+                                   {"endpoint", "https://abc.r2.cloudflarestorage.com"},
+                                   {"region", "auto"},
+                                   {"access_key_id", "RK"},
+                                   {"secret_access_key", "s2"}}));
+    EXPECT_EQ(dump.at("g1").at("service_account_file"), keyFile);
+    EXPECT_EQ(dump.at("g1").at("project_number"), "42");
+    EXPECT_EQ(dump.at("f2").at("port"), "2121");
+    EXPECT_EQ(dump.at("s").at("key_file"), keyFile);
+    EXPECT_FALSE(dump.at("s").contains("port"));
     EXPECT_EQ(dump.at("g1").at("service_account_credentials"), "");
     EXPECT_EQ(dump.at("g2"), (RemoteConfigSection{{"type", "gcs"},
                                                   {"service_account_credentials", "{\"k\": 1}"}}));
@@ -179,7 +176,7 @@ TEST(NativeCredentialConfiguration, ValidationComesFirstInItsOrder) {
     EXPECT_TRUE(store.keys().empty());
 }
 
-TEST(NativeCredentialConfiguration, KeyFilesAfterTheStubAndFromTheHomeFolder) {
+TEST(NativeCredentialConfiguration, KeyFilesAreCheckedBeforeAnythingIsWrittenAndFoundAtHome) {
     testing::RcloneSandbox sandbox;
     const auto adapter = configurationAdapter(sandbox.realRunner());
     InMemorySettingsStore settings;
@@ -188,7 +185,7 @@ TEST(NativeCredentialConfiguration, KeyFilesAfterTheStubAndFromTheHomeFolder) {
                       adapter, "g", {.bucket = "b", .keyFilePath = "/none/k.json"}, settings);
               })),
               "Key file not found at path.");
-    EXPECT_EQ(testing::configDump(sandbox).at("g"), (RemoteConfigSection{{"type", "gcs"}}));
+    EXPECT_FALSE(testing::configDump(sandbox).contains("g"));
     EXPECT_TRUE(settings.keys().empty());
 
     const std::string home = sandbox.folder().path().string();

@@ -37,7 +37,7 @@ bool isCancellation(const std::exception_ptr& failure) {
 }
 
 std::optional<HttpReply> httpRequest(int port, const std::string& method, const std::string& target,
-                                     const std::string& body) {
+                                     const std::string& body, const std::string& authorization) {
     const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     if (fd < 0) {
         return std::nullopt;
@@ -54,6 +54,7 @@ std::optional<HttpReply> httpRequest(int port, const std::string& method, const 
     }
     const std::string request =
         method + " " + target + " HTTP/1.1\r\nHost: 127.0.0.1:" + std::to_string(port) +
+        (authorization.empty() ? "" : "\r\nAuthorization: " + authorization) +
         "\r\nContent-Type: application/json\r\nContent-Length: " + std::to_string(body.size()) +
         "\r\nConnection: close\r\n\r\n" + body;
     ::send(fd, request.data(), request.size(), MSG_NOSIGNAL);

@@ -25,14 +25,15 @@ std::string scanFailedDetailOf(const std::exception_ptr& failure);
 // Whether `failure` holds a CancellationError.
 bool isCancellation(const std::exception_ptr& failure);
 
-// One HTTP/1.1 exchange with 127.0.0.1:`port` (Connection: close); nothing when the port
-// refuses the connection.
+// One HTTP/1.1 exchange with 127.0.0.1:`port` (Connection: close), with an Authorization
+// header when one is given; nothing when the port refuses the connection.
 struct HttpReply {
     int status = 0;
     std::string body;
 };
 std::optional<HttpReply> httpRequest(int port, const std::string& method, const std::string& target,
-                                     const std::string& body = {});
+                                     const std::string& body = {},
+                                     const std::string& authorization = {});
 
 // The configuration as rclone reads it, and a value revealed from its obscured form.
 RcloneConfigDump configDump(const RcloneSandbox& sandbox);

@@ -134,6 +134,21 @@ TEST(RcloneConfigDump, ValuesBecomeText) {
     } catch (const BrimvaleError& error) {
         EXPECT_NE(error.description().find("nested deeper than 64 levels"), std::string::npos);
     }
+    // A garbled dump is reported by where it breaks, never by quoting what it holds there.
+    for (const std::string garbled :
+         {R"({"box":{"pass":"hunter2SECRET)", "{\"box\":{\"pass\":\"hunter2SECRET\x01\"}}",
+          R"({"box":{"pass":"hunter2SECRET\q"}})", R"({"box":{"pass":hunter2SECRET}})",
+          "{\"box\":{\"pass\":\"hunter2SECRET\xff\"}}", R"({"box":{"pass":9e99999}})"}) {
+        try {
+            parseConfigDump(garbled);
+            ADD_FAILURE() << "accepted " << garbled;
+        } catch (const BrimvaleError& error) {
+            EXPECT_NE(error.description().find("Could not parse the account configuration"),
+                      std::string::npos);
+            EXPECT_EQ(error.description().find("hunter"), std::string::npos) << error.description();
+            EXPECT_EQ(error.description().find("99999"), std::string::npos) << error.description();
+        }
+    }
     EXPECT_EQ(RcloneProviderType::canonical(" drive\n"), "drive");
     EXPECT_EQ(configuredRemotes(parseConfigDump(R"({"n":{"port":"1"}})")),
               (std::vector<ConfiguredRemote>{{"n", ""}}));

@@ -291,6 +291,20 @@ TEST(RcloneRunner, TheLogNeverShowsSecrets) {
          "config create az azureblob connection_string *** sas_url *** "
          "service_account_credentials *** Key ***"},
         {{"lsjson", "remote:pass=folder"}, "lsjson remote:pass=folder"},
+        // Keys are known by their place: remotes, types and values that read like keys.
+        {{"config", "update", "--obscure", "--", "key", "pass", "SECRET1"},
+         "config update --obscure -- key pass ***"},
+        {{"config", "update", "--", "pass", "user", "pass", "pass", "SECRET2"},
+         "config update -- pass user pass pass ***"},
+        {{"config", "create", "--non-interactive", "--", "token", "sftp", "host", "token", "pass",
+          "key"},
+         "config create --non-interactive -- token sftp host token pass ***"},
+        {{"config", "create", "--", "token", "key", "key", "SECRET3", "pass=SECRET4"},
+         "config create -- token key key *** pass=***"},
+        {{"config", "update", "--state", "pass", "--", "b", "pass", "-SECRET5"},
+         "config update --state pass -- b pass ***"},
+        {{"config", "update", "b", "user", "key", "pass", "--obscure", "SECRET6"},
+         "config update b user key pass --obscure ***"},
     };
     for (const auto& example : cases) {
         EXPECT_EQ(argumentsForLog(example.arguments), example.logged);
