@@ -31,7 +31,8 @@ int showCache(std::span<const std::string> arguments, CommandStreams streams) {
     const auto root = decodeCacheNode(file.bytes);
     if (!root) {
         streams.err << "brimvale-cli cache show: " << parsed.target
-                    << " is not a Brimvale cache file (or it is damaged)\n";
+                    << " is not a Brimvale cache file, or this saved scan is damaged (a rescan "
+                       "replaces it)\n";
         return exitFailure;
     }
     if (parsed.json) {
@@ -79,29 +80,6 @@ int listCaches(std::span<const std::string> arguments, CommandStreams streams) {
     return exitSuccess;
 }
 
-// The saved-scan files of an account: "<id>.cache" (or ".json"), and for a local account one
-// per volume, "<id>_<path>.cache".
-std::vector<std::string> savedScanFiles(const std::string& directory, const std::string& account,
-                                        bool perVolumeToo) {
-    std::vector<std::string> names;
-    DIR* listing = ::opendir(directory.c_str());
-    if (listing == nullptr) {
-        return names;
-    }
-    while (const dirent* entry = ::readdir(listing)) {
-        const std::string name = entry->d_name;
-        const bool ours = name == account + ".cache" || name == account + ".json" ||
-                          (perVolumeToo && name.starts_with(account + "_") &&
-                           (name.ends_with(".cache") || name.ends_with(".json")));
-        if (ours) {
-            names.push_back(name);
-        }
-    }
-    ::closedir(listing);
-    std::sort(names.begin(), names.end());
-    return names;
-}
-
 int clearCache(std::span<const std::string> arguments, CommandStreams streams) {
     if (arguments.size() != 1) {
         throw UsageError("cache clear takes one account name");
@@ -115,14 +93,9 @@ int clearCache(std::span<const std::string> arguments, CommandStreams streams) {
     }
     CoordinatorSession session;
     session.loadAccounts();
-    ScannerViewModel& viewModel = session.viewModel();
-    const ProviderRef provider = viewModel.provider(account);
-    const bool local = provider && provider->rcloneType() == "local";
-    const auto files = savedScanFiles(viewModel.cache().directory(), account, local);
-    viewModel.cache().clear(account);
-    if (local) {
-        viewModel.cache().clearAllStems(account + "_");
-    }
+    // The account's own saved scan and, for a local account, those of its folders: exactly
+    // this account's, whatever other accounts are called.
+    const auto files = session.viewModel().cache().clearAccount(account);
     if (files.empty()) {
         streams.out << "No saved scan of " << displayText(account) << '\n';
         return exitSuccess;

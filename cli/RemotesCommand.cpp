@@ -8,6 +8,7 @@
 #include "core/rclone/RemoteAccountLabel.h"
 #include "core/rclone/ScanErrorInfo.h"
 #include "core/support/FatalError.h"
+#include "core/support/SaturatingAdd.h"
 
 #include <nlohmann/json.hpp>
 
@@ -183,8 +184,7 @@ int runLs(const RcloneRunner& runner, std::span<const std::string> arguments,
     for (const auto& item : items) {
         if (!item->isDirectory()) {
             ++fileCount;
-            fileBytes =
-                checkedAdd(fileBytes, item->size(), "byte count overflow in a folder listing");
+            fileBytes = saturatingAdd(fileBytes, item->size());
         }
     }
 

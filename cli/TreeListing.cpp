@@ -2,6 +2,7 @@
 
 #include "cli/DisplayText.h"
 #include "core/model/SizeFormatter.h"
+#include "core/support/SaturatingAdd.h"
 
 #include <algorithm>
 #include <cmath>
@@ -68,7 +69,7 @@ void printTreeListing(std::ostream& out, const FileNode& root, const TreeListing
             if (children.size() > shown) {
                 std::int64_t rest = 0;
                 for (std::size_t i = shown; i < children.size(); ++i) {
-                    rest += children[i]->size();
+                    rest = saturatingAdd(rest, children[i]->size());
                 }
                 const std::size_t more = children.size() - shown;
                 out << std::string(static_cast<std::size_t>(pending.level) * 2, ' ')

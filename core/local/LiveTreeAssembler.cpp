@@ -1,6 +1,7 @@
 #include "core/local/LiveTreeAssembler.h"
 
 #include "core/support/FatalError.h"
+#include "core/support/SaturatingAdd.h"
 #include "core/support/ScanDiagnostics.h"
 
 #include <chrono>
@@ -45,8 +46,7 @@ void LiveTreeAssembler::apply(FolderListing& listing) {
     if (change != 0) {
         for (FileNode* ancestor = folder.parent(); ancestor != nullptr;
              ancestor = ancestor->parent()) {
-            ancestor->setSize(
-                checkedAdd(ancestor->size(), change, "folder size overflow while rolling up"));
+            ancestor->setSize(saturatingAdd(ancestor->size(), change));
         }
     }
     touchedSinceFlush_.push_back(std::move(listing.folder));

@@ -4,6 +4,7 @@
 #include "core/local/QuietPrefixes.h"
 #include "core/model/SizeFormatter.h"
 #include "core/support/MainQueue.h"
+#include "core/support/SaturatingAdd.h"
 #include "core/support/ScanDiagnostics.h"
 #include "core/support/Task.h"
 
@@ -156,7 +157,7 @@ public:
                 // Shows the earlier size until the folder is listed again.
                 node->setSize(seed->size());
             }
-            listing.childrenTotal += node->size();
+            listing.childrenTotal = saturatingAdd(listing.childrenTotal, node->size());
             addSubfolder(entry, node, seed);
         } else {
             std::optional<std::size_t> reusedIndex;
@@ -169,8 +170,8 @@ public:
                     {listing.children.size(), reusedIndex, entry.identity, entry.allocatedSize});
             }
             ++fileCount;
-            byteCount += entry.allocatedSize;
-            listing.childrenTotal += entry.allocatedSize;
+            byteCount = saturatingAdd(byteCount, entry.allocatedSize);
+            listing.childrenTotal = saturatingAdd(listing.childrenTotal, entry.allocatedSize);
         }
         listing.children.push_back(std::move(node));
     }

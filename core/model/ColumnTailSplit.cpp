@@ -1,6 +1,7 @@
 #include "core/model/ColumnTailSplit.h"
 
 #include "core/support/FatalError.h"
+#include "core/support/SaturatingAdd.h"
 
 #include <algorithm>
 
@@ -27,7 +28,7 @@ std::size_t computeSplitIndex(std::size_t count,
         if (smallIndex == count && item.size() < kSmallItemBytes) {
             smallIndex = index;
         }
-        total = checkedAdd(total, item.size(), "size overflow in a browser column");
+        total = saturatingAdd(total, item.size());
     }
 
     std::size_t coverIndex = count;
@@ -36,8 +37,7 @@ std::size_t computeSplitIndex(std::size_t count,
         const auto threshold = static_cast<std::int64_t>(static_cast<double>(total) * 0.99);
         std::int64_t running = 0;
         for (std::size_t index = 0; index < count; ++index) {
-            running =
-                checkedAdd(running, itemAt(index).size(), "size overflow in a browser column");
+            running = saturatingAdd(running, itemAt(index).size());
             if (running >= threshold) {
                 coverIndex = index + 1;
                 break;

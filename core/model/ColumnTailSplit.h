@@ -23,7 +23,7 @@ inline constexpr std::size_t kNoSplit = std::numeric_limits<std::size_t>::max();
 // "the first item under 10,000 bytes", at most 100 items, and never past the first empty
 // folder; a tail is made only when it would hold 20 items or more, or when it starts at an
 // empty folder (empty folders are always folded, ordinary small items only in runs of 20).
-// Files count as non-empty whatever their size. A sum of sizes that overflows is fatal.
+// Files count as non-empty whatever their size. Sums stop at the largest size.
 std::size_t computeSplitIndex(std::size_t count,
                               const std::function<const FileNode&(std::size_t)>& itemAt);
 std::size_t computeSplitIndex(const std::vector<FileNodeRef>& items);

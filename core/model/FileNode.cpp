@@ -4,6 +4,7 @@
 #include "core/model/NameOrder.h"
 #include "core/model/SizeFormatter.h"
 #include "core/support/FatalError.h"
+#include "core/support/SaturatingAdd.h"
 
 #include <algorithm>
 
@@ -158,7 +159,7 @@ void FileNode::setListingDetails(std::optional<Date> modifiedDate,
 }
 
 void FileNode::addChild(FileNodeRef child) {
-    size_ = checkedAdd(size_, child->size_, "folder size overflow while adding a child");
+    size_ = saturatingAdd(size_, child->size_);
     children_.push_back(std::move(child));
 }
 
@@ -230,7 +231,7 @@ void FileNode::propagateSizes() {
     for (auto folder = folders.rbegin(); folder != folders.rend(); ++folder) {
         std::int64_t total = 0;
         for (const auto& child : (*folder)->children_) {
-            total = checkedAdd(total, child->size_, "folder size overflow while rolling up sizes");
+            total = saturatingAdd(total, child->size_);
         }
         (*folder)->size_ = total;
         (*folder)->rebalanceChildren();

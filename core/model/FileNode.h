@@ -103,7 +103,7 @@ public:
     FileNode* parent() const { return parent_; }
     void setParent(FileNode* parent) { parent_ = parent; }
 
-    // Appends `child` and adds its size to this node's (an overflowing sum is a fatal error).
+    // Appends `child` and adds its size to this node's (a sum past the largest size stays there).
     // The child's parent link is not touched.
     void addChild(FileNodeRef child);
 

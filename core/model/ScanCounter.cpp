@@ -1,5 +1,7 @@
 #include "core/model/ScanCounter.h"
 
+#include "core/support/SaturatingAdd.h"
+
 namespace brimvale {
 namespace {
 
@@ -14,11 +16,19 @@ void addChecked(std::atomic<std::int64_t>& total, std::int64_t amount, const cha
     }
 }
 
+// Byte counts come from outside and stop at the largest size instead.
+void addSaturating(std::atomic<std::int64_t>& total, std::int64_t amount) {
+    std::int64_t current = total.load(std::memory_order_relaxed);
+    while (!total.compare_exchange_weak(current, saturatingAdd(current, amount),
+                                        std::memory_order_relaxed)) {
+    }
+}
+
 } // namespace
 
 void ScanCounter::addFiles(std::int64_t count, std::int64_t bytes) {
     addChecked(fileCount_, count, "file count overflow in scan counter");
-    addChecked(bytes_, bytes, "byte count overflow in scan counter");
+    addSaturating(bytes_, bytes);
 }
 
 void ScanCounter::addFolders(std::int64_t count) {

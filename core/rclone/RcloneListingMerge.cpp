@@ -2,6 +2,7 @@
 
 #include "core/rclone/PlainInternetDate.h"
 #include "core/support/FatalError.h"
+#include "core/support/SaturatingAdd.h"
 
 #include <string_view>
 #include <unordered_map>
@@ -68,7 +69,7 @@ void refreshAggregatedSize(FileNode& node) {
     }
     std::int64_t total = 0;
     for (const auto& child : node.children()) {
-        total = checkedAdd(total, child->size(), "folder size overflow in a cloud listing");
+        total = saturatingAdd(total, child->size());
     }
     node.setSize(total);
     node.rebalanceChildren();

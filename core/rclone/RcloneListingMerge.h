@@ -28,7 +28,7 @@ std::vector<FileNodeRef> mergeListingEntries(const std::vector<RcloneEntry>& ent
                                              FileNode& node, const ListingMergeContext& context);
 
 // One level of roll-up during a scan: a folder's size becomes the sum of its children's
-// current sizes (an overflow is a fatal error), then its children are rebalanced and sorted.
+// current sizes (stopping at the largest size), then its children are rebalanced and sorted.
 // Files are left alone.
 void refreshAggregatedSize(FileNode& node);
 

@@ -2,6 +2,7 @@
 
 #include "core/rclone/PlainInternetDate.h"
 #include "core/support/FatalError.h"
+#include "core/support/SaturatingAdd.h"
 
 namespace brimvale {
 
@@ -131,7 +132,7 @@ void RcloneStreamMerge::addToAncestors(FileNode* folder, std::int64_t change) {
         return;
     }
     for (FileNode* node = folder; node != nullptr; node = node->parent()) {
-        node->setSize(checkedAdd(node->size(), change, "folder size overflow in a cloud listing"));
+        node->setSize(saturatingAdd(node->size(), change));
     }
 }
 
@@ -184,7 +185,7 @@ void RcloneStreamMerge::merge(const std::vector<RcloneEntry>& entries) {
         addToAncestors(parent.node, change);
         noteChanged(parent.node);
         ++filesMerged_;
-        bytesMerged_ = checkedAdd(bytesMerged_, size, "byte count overflow in a cloud listing");
+        bytesMerged_ = saturatingAdd(bytesMerged_, size);
     }
 }
 

@@ -10,6 +10,7 @@
 #include "core/rclone/Utf8Text.h"
 #include "core/support/FatalError.h"
 #include "core/support/MainQueue.h"
+#include "core/support/SaturatingAdd.h"
 #include "core/support/ScanDiagnostics.h"
 #include "core/support/Task.h"
 
@@ -146,8 +147,7 @@ FileNodeRef RcloneStreamedScan::run() {
                 ++folders;
             } else {
                 ++files;
-                bytes = checkedAdd(bytes, std::max<std::int64_t>(entry.rawSize, 0),
-                                   "byte count overflow in a cloud listing");
+                bytes = saturatingAdd(bytes, std::max<std::int64_t>(entry.rawSize, 0));
             }
         }
         std::string where;

@@ -2,6 +2,7 @@
 
 #include "core/rclone/RcloneListingMerge.h"
 #include "core/support/MainQueue.h"
+#include "core/support/SaturatingAdd.h"
 #include "core/support/ScanDiagnostics.h"
 #include "core/support/Task.h"
 
@@ -69,8 +70,7 @@ void RcloneTreeScan::listAndMerge(Folder& folder) {
             ++folders;
         } else {
             ++files;
-            bytes = checkedAdd(bytes, std::max<std::int64_t>(entry.rawSize, 0),
-                               "byte count overflow in a cloud listing");
+            bytes = saturatingAdd(bytes, std::max<std::int64_t>(entry.rawSize, 0));
         }
     }
     ScanDiagnostics::log("lsjson parsed remote=" + remoteID_ + " path=" + folder.target +

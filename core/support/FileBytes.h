@@ -16,13 +16,21 @@ struct FileBytes {
     double modifiedUnixSeconds = 0;
 };
 
-// The whole content of a regular file, with its modification time.
+// The whole content of a regular file, with its modification time. Anything else (a folder, a
+// device such as /dev/zero, a FIFO that would block) is refused at once with EINVAL or EISDIR.
 FileBytes readFileBytes(const std::string& path);
 
 // Replaces `path` with `data` atomically: written to a temporary file beside it, flushed to disk,
 // then renamed over it. A failure at any point leaves the previous file as it was and no
 // temporary file behind. The file gets exactly `mode` (0600: readable by the user only).
+// The temporary file is ".brimvale-XXXXXX.tmp" whatever the target's name (so a target name
+// close to the file-name limit can still be written), locked (flock) while it is written.
 void writeFileAtomically(const std::string& path, std::span<const std::uint8_t> data,
                          mode_t mode = 0600);
+
+// Removes from `folder` the temporary files of writeFileAtomically calls that never finished (a
+// killed process): only files named as it names them, and only those no live writer holds
+// locked. Returns how many were removed.
+int removeAbandonedTemporaryFiles(const std::string& folder);
 
 } // namespace brimvale

@@ -1,4 +1,6 @@
 #include "core/coordinator/AccountDirectory.h"
+#include "core/persistence/cache/LocalScanCacheStem.h"
+#include "core/persistence/cache/ScanCache.h"
 #include "core/persistence/settings/SettingsKeys.h"
 #include "core/rclone/ObjectStorageScanPrefix.h"
 #include "core/rclone/RcloneConfigDump.h"
@@ -129,13 +131,15 @@ TEST_F(AccountsTest, RemovingALocalAccountDeletesTheSavedScansOfAllItsVolumes) {
     makeViewModel();
     refresh();
     writeFile(cacheFolder / "disk.cache", "x");
-    writeFile(cacheFolder / "disk_srv__media.cache", "x");
+    const std::string mediaFile =
+        ScanCache::fileNameFor(LocalScanCacheStem::stem("disk", "/srv/media"));
+    writeFile(cacheFolder / mediaFile, "x");
     settings->setString(SettingsKeys::localScanPath("disk"), "/srv/media");
     bool removed = false;
     viewModel->removeAccount(providerNamed("disk"), [&removed] { removed = true; });
     ASSERT_TRUE(pumpUntil([&] { return removed; }));
     EXPECT_FALSE(std::filesystem::exists(cacheFolder / "disk.cache"));
-    EXPECT_FALSE(std::filesystem::exists(cacheFolder / "disk_srv__media.cache"));
+    EXPECT_FALSE(std::filesystem::exists(cacheFolder / mediaFile));
     EXPECT_FALSE(settings->contains(SettingsKeys::localScanPath("disk")));
     // The pinned local row is back.
     EXPECT_NE(viewModel->provider("localdisk"), nullptr);

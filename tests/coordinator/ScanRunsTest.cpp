@@ -1,5 +1,7 @@
 #include "core/persistence/cache/CacheRecord.h"
 #include "core/persistence/cache/CacheSnapshot.h"
+#include "core/persistence/cache/LocalScanCacheStem.h"
+#include "core/persistence/cache/ScanCache.h"
 #include "core/persistence/settings/SettingsKeys.h"
 #include "core/rclone/BrimvaleError.h"
 #include "tests/coordinator/CoordinatorTestSupport.h"
@@ -497,7 +499,8 @@ TEST_F(LocalAccountTest, TheLocalRowScansRootUnlessAPathWasChosenAndAConfiguredO
     ASSERT_TRUE(pumpUntil([&] { return paneCase("mydisk") == Case::done; }));
     // Each volume of a local account has its own saved scan.
     EXPECT_TRUE(viewModel->waitForSavedScans(std::chrono::seconds(20)));
-    EXPECT_TRUE(std::filesystem::exists(cacheFolder / "mydisk_srv__media.cache"));
+    EXPECT_TRUE(std::filesystem::exists(
+        cacheFolder / ScanCache::fileNameFor(LocalScanCacheStem::stem("mydisk", "/srv/media"))));
 
     // Back to the account once its load has ended: the picker asks again; closing it keeps
     // the finished tree.

@@ -44,10 +44,13 @@ TEST(ScanCounter, ConcurrentWorkersLoseNoAddition) {
     EXPECT_EQ(progress.itemsScanned(), kThreads * kRounds + kThreads * kRounds / 10);
 }
 
-TEST(ScanCounterDeathTest, OverflowingByteSumStopsTheProcess) {
+TEST(ScanCounterDeathTest, ByteSumsSaturateAndItemCountsStillStopTheProcess) {
     ScanCounter counter;
     counter.addFiles(1, INT64_MAX);
-    EXPECT_DEATH(counter.addFiles(1, 1), "byte count overflow");
+    counter.addFiles(1, 1);
+    EXPECT_EQ(counter.bytes(), INT64_MAX);
+    EXPECT_EQ(counter.fileCount(), 2);
+    EXPECT_DEATH(counter.addFiles(INT64_MAX, 0), "file count overflow");
 }
 
 TEST(ScanProgressDeathTest, OverflowingItemCountStopsTheProcess) {

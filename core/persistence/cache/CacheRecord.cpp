@@ -26,6 +26,9 @@ std::size_t decompressionLimit(std::size_t compressedSize) {
     return std::max(kFloor, compressedSize * 512);
 }
 
+std::optional<DecodedScan> decodeBoundedRecord(std::span<const std::uint8_t> data,
+                                               const std::function<void(double)>& onProgress);
+
 void report(const std::function<void(double)>& onProgress, double fraction) {
     if (onProgress) {
         onProgress(fraction);
@@ -34,7 +37,8 @@ void report(const std::function<void(double)>& onProgress, double fraction) {
 
 } // namespace
 
-std::optional<std::vector<std::uint8_t>> encodeCacheSnapshot(const CacheSnapshot& snapshot) {
+std::optional<std::vector<std::uint8_t>> encodeCacheSnapshot(const CacheSnapshot& snapshot,
+                                                             std::string_view key) {
     std::vector<std::uint8_t> propertyList;
     try {
         BinaryPlistWriter writer;
@@ -51,6 +55,9 @@ std::optional<std::vector<std::uint8_t>> encodeCacheSnapshot(const CacheSnapshot
         if (snapshot.partial) {
             writer.addInteger("pa", 1);
         }
+        if (!key.empty()) {
+            writer.addString("ky", key);
+        }
         propertyList = writer.write();
     } catch (const std::exception&) {
         return std::nullopt;
@@ -62,7 +69,26 @@ std::optional<std::vector<std::uint8_t>> encodeCacheSnapshot(const CacheSnapshot
     }
 }
 
-CacheSnapshot decodeCacheSnapshot(std::span<const std::uint8_t> propertyList) {
+StoredRecord readStoredRecord(std::span<const std::uint8_t> data) {
+    StoredRecord record;
+    try {
+        record.propertyList = lzfseDecompress(data, decompressionLimit(data.size()));
+    } catch (const CorruptDataError&) {
+        record.propertyList.assign(data.begin(), data.end());
+    }
+    const BinaryPlistReader reader(record.propertyList);
+    const PlistRef top = reader.topObject();
+    if (reader.kind(top) != PlistKind::Dictionary) {
+        throw CorruptDataError("the cache record is not a dictionary");
+    }
+    if (const auto key = reader.find(top, "ky"); key && reader.kind(*key) == PlistKind::String) {
+        record.key = reader.string(*key);
+    }
+    return record;
+}
+
+CacheSnapshot decodeCacheSnapshot(std::span<const std::uint8_t> propertyList,
+                                  std::size_t maxNodes) {
     // Shared strings let a small record stand for huge columns; real records decode to a few
     // times their size, so a bound in proportion to the input keeps hostile files in check.
     const std::uint64_t decodedLimit =
@@ -73,6 +99,10 @@ CacheSnapshot decodeCacheSnapshot(std::span<const std::uint8_t> propertyList) {
         throw CorruptDataError("the cache record is not a dictionary");
     }
     (void)reader.at(top, "v"); // required, but any version is read
+    if (const PlistRef names = reader.at(top, "nm");
+        reader.kind(names) == PlistKind::Array && reader.elements(names).size() > maxNodes) {
+        throw CorruptDataError("the cache record has more items than its file can hold");
+    }
     CacheSnapshot snapshot;
     snapshot.rootPath = reader.string(reader.at(top, "rp"));
     snapshot.rootName = reader.string(reader.at(top, "rn"));
@@ -91,11 +121,13 @@ CacheSnapshot decodeCacheSnapshot(std::span<const std::uint8_t> propertyList) {
 }
 
 std::optional<FileNodeRef> rebuildTree(const CacheSnapshot& snapshot,
-                                       const std::function<void(double)>& onProgress) {
+                                       const std::function<void(double)>& onProgress,
+                                       const RebuildLimits& limits) {
     const std::size_t count = snapshot.names.size();
-    if (count == 0 || snapshot.parents.size() != count || snapshot.isDirs.size() != count ||
-        snapshot.sizes.size() != count || snapshot.modTimes.size() != count ||
-        snapshot.pids.size() != count || snapshot.mimes.size() != count) {
+    if (count == 0 || count > limits.maxNodes || snapshot.parents.size() != count ||
+        snapshot.isDirs.size() != count || snapshot.sizes.size() != count ||
+        snapshot.modTimes.size() != count || snapshot.pids.size() != count ||
+        snapshot.mimes.size() != count) {
         return std::nullopt;
     }
     const std::size_t stride = count < 20 ? 1 : count / 20;
@@ -108,12 +140,24 @@ std::optional<FileNodeRef> rebuildTree(const CacheSnapshot& snapshot,
         return static_cast<std::size_t>(parent);
     };
 
+    // Every folder with children gets its whole path as one string, so a deep chain costs the
+    // sum of its path lengths: checked against the limit before anything is made.
     std::vector<std::uint32_t> childCounts(count, 0);
+    std::vector<std::uint64_t> pathLengths(count, 0);
+    pathLengths[0] = snapshot.rootPath.size();
+    std::uint64_t folderPathBytes = 0;
     for (std::size_t index = 1; index < count; ++index) {
         if (const auto parent = parentOf(index)) {
-            ++childCounts[*parent];
+            if (childCounts[*parent]++ == 0) {
+                folderPathBytes += pathLengths[*parent];
+                if (folderPathBytes > limits.maxFolderPathBytes) {
+                    return std::nullopt;
+                }
+            }
+            pathLengths[index] = pathLengths[*parent] + 1 + snapshot.names[index].size();
         }
     }
+    pathLengths = {};
 
     std::vector<FileNodeRef> nodes(count);
     std::vector<SharedTextRef> folderPaths(count); // set for nodes that have children
@@ -188,6 +232,28 @@ std::optional<FileNodeRef> decodeCacheNode(std::span<const std::uint8_t> data,
 
 std::optional<DecodedScan> decodeCacheRecord(std::span<const std::uint8_t> data,
                                              const std::function<void(double)>& onProgress) {
+    try {
+        return decodeBoundedRecord(data, onProgress);
+    } catch (const std::bad_alloc&) {
+    } catch (const std::length_error&) {
+    }
+    return std::nullopt; // more than this machine can hold: damaged, as far as a reader can tell
+}
+
+RebuildLimits RebuildLimits::forRecordOf(std::size_t fileBytes) {
+    constexpr std::uint64_t kNodeFloor = std::uint64_t{1} << 16;
+    constexpr std::uint64_t kPathFloor = std::uint64_t{64} << 20;
+    const auto bytes = static_cast<std::uint64_t>(fileBytes);
+    return RebuildLimits{
+        .maxNodes = static_cast<std::size_t>(std::max(kNodeFloor, bytes * kNodesPerFileByte)),
+        .maxFolderPathBytes = std::max(kPathFloor, bytes * kFolderPathBytesPerFileByte)};
+}
+
+namespace {
+
+std::optional<DecodedScan> decodeBoundedRecord(std::span<const std::uint8_t> data,
+                                               const std::function<void(double)>& onProgress) {
+    const RebuildLimits limits = RebuildLimits::forRecordOf(data.size());
     std::vector<std::uint8_t> decompressed;
     std::span<const std::uint8_t> propertyList = data;
     try {
@@ -200,13 +266,13 @@ std::optional<DecodedScan> decodeCacheRecord(std::span<const std::uint8_t> data,
 
     std::optional<CacheSnapshot> snapshot;
     try {
-        snapshot = decodeCacheSnapshot(propertyList);
+        snapshot = decodeCacheSnapshot(propertyList, limits.maxNodes);
     } catch (const CorruptDataError&) {
     }
     if (snapshot) {
         decompressed = {};
         report(onProgress, 0.5);
-        auto root = rebuildTree(*snapshot, onProgress);
+        auto root = rebuildTree(*snapshot, onProgress, limits);
         const bool partial = snapshot->partial;
         snapshot.reset(); // the columns go before the tree is linked and sorted
         if (!root) {
@@ -228,5 +294,7 @@ std::optional<DecodedScan> decodeCacheRecord(std::span<const std::uint8_t> data,
     report(onProgress, 1.0);
     return DecodedScan{.root = std::move(*root)};
 }
+
+} // namespace
 
 } // namespace brimvale

@@ -5,10 +5,9 @@
 
 namespace brimvale::LocalScanCacheStem {
 
-// The cache stem of a local scan: the account id alone for the whole disk ("/" or nothing),
-// else the account id, "_", and the path without its leading "/" with every "/" written "__":
-// a scan of /Volumes/Backup/Photos for account local1 has the stem
-// local1_Volumes__Backup__Photos.
+// The saved-scan key of a local scan (see SavedScanNames): the account's key for the whole disk
+// ("/" or nothing), else the account's key, ":" and the folder's path: a scan of
+// /Volumes/Backup/Photos for account local1 has the key local1:/Volumes/Backup/Photos.
 std::string stem(std::string_view remoteID, std::string_view scanPath);
 
 } // namespace brimvale::LocalScanCacheStem

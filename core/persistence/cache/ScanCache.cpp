@@ -1,8 +1,12 @@
 #include "core/persistence/cache/ScanCache.h"
 
+#include "core/persistence/cache/CacheRecord.h"
+#include "core/persistence/cache/SavedScanNames.h"
+#include "core/support/CorruptDataError.h"
 #include "core/support/FileBytes.h"
 #include "core/support/UniqueFd.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -59,7 +63,7 @@ void appendLine(const std::string& path, std::string_view line) {
 }
 
 bool isSafeStem(std::string_view stem) {
-    return !stem.empty() && stem.find('/') == std::string_view::npos && stem != "." && stem != "..";
+    return !stem.empty();
 }
 
 } // namespace
@@ -83,20 +87,31 @@ ScanCache::ScanCache(std::string directory)
         makeDirectories(directory_);
     } catch (const std::system_error&) {
         // Reported by the first write that fails; reading an absent cache simply finds nothing.
+        return;
     }
+    if (const int removed = removeAbandonedTemporaryFiles(directory_); removed > 0) {
+        std::lock_guard lock(mutex_);
+        logLocked("Removed " + std::to_string(removed) +
+                  (removed == 1 ? " temporary file" : " temporary files") +
+                  " left by a save that did not finish");
+    }
+}
+
+std::string ScanCache::fileNameFor(std::string_view stem) {
+    return SavedScanNames::fileStem(stem) + std::string(kCurrentSuffix);
 }
 
 std::string ScanCache::pathFor(std::string_view stem, std::string_view suffix) const {
     std::string path = directory_;
     path += '/';
-    path += stem;
+    path += SavedScanNames::fileStem(stem);
     path += suffix;
     return path;
 }
 
 void ScanCache::write(std::span<const std::uint8_t> data, std::string_view stem) {
     std::lock_guard lock(mutex_);
-    const std::string fileName = std::string(stem) + std::string(kCurrentSuffix);
+    const std::string fileName = fileNameFor(stem);
     try {
         if (!isSafeStem(stem)) {
             throw std::system_error(EINVAL, std::generic_category(),
@@ -116,14 +131,39 @@ std::optional<ScanCache::LoadedData> ScanCache::loadData(std::string_view stem) 
         return std::nullopt;
     }
     for (const auto suffix : {kCurrentSuffix, kLegacySuffix}) {
-        try {
-            auto file = readFileBytes(pathFor(stem, suffix));
-            return LoadedData{std::move(file.bytes),
-                              Date::fromUnixSeconds(file.modifiedUnixSeconds)};
-        } catch (const std::system_error&) {
+        if (auto loaded = loadFile(pathFor(stem, suffix), stem)) {
+            return loaded;
         }
     }
     return std::nullopt;
+}
+
+std::optional<ScanCache::LoadedData> ScanCache::loadFile(const std::string& path,
+                                                         std::string_view key) {
+    FileBytes file;
+    try {
+        file = readFileBytes(path);
+    } catch (const std::system_error&) {
+        return std::nullopt;
+    }
+    LoadedData loaded{std::move(file.bytes), Date::fromUnixSeconds(file.modifiedUnixSeconds)};
+    if (!SavedScanNames::isHashedStem(SavedScanNames::fileStem(key))) {
+        return loaded; // a plain stem is the key itself
+    }
+    try {
+        StoredRecord record = readStoredRecord(loaded.bytes);
+        if (record.key != key) {
+            logLocked("Ignored " + path.substr(directory_.size() + 1) +
+                      ": it is the saved scan of another folder");
+            return std::nullopt;
+        }
+        loaded.bytes = std::move(record.propertyList);
+    } catch (const std::exception&) {
+        // Damaged (or beyond memory): its key cannot be checked, so it is not trusted either.
+        logLocked("Unreadable saved scan " + path.substr(directory_.size() + 1));
+        return std::nullopt;
+    }
+    return loaded;
 }
 
 std::optional<Date> ScanCache::cacheDate(std::string_view stem) {
@@ -150,26 +190,47 @@ void ScanCache::clear(std::string_view stem) {
     }
 }
 
-void ScanCache::clearAllStems(std::string_view prefix) {
+std::vector<std::string> ScanCache::clearAccount(std::string_view accountID) {
     std::lock_guard lock(mutex_);
+    std::vector<std::string> removed;
     DIR* listing = ::opendir(directory_.c_str());
     if (listing == nullptr) {
-        return;
+        return removed;
     }
-    std::vector<std::string> doomed;
+    std::vector<std::string> candidates;
     while (const dirent* entry = ::readdir(listing)) {
         const std::string_view name = entry->d_name;
         for (const auto suffix : {kCurrentSuffix, kLegacySuffix}) {
             if (name.size() > suffix.size() && name.ends_with(suffix) &&
-                name.substr(0, name.size() - suffix.size()).starts_with(prefix)) {
-                doomed.emplace_back(name);
+                SavedScanNames::stemMayBelongToAccount(name.substr(0, name.size() - suffix.size()),
+                                                       accountID)) {
+                candidates.emplace_back(name);
             }
         }
     }
     ::closedir(listing);
-    for (const auto& name : doomed) {
-        ::unlink((directory_ + "/" + name).c_str());
+    const std::string ownStem = SavedScanNames::fileStem(SavedScanNames::accountKey(accountID));
+    for (const auto& name : candidates) {
+        const std::string path = directory_ + "/" + name;
+        const std::string_view stem = std::string_view(name).substr(0, name.find_last_of('.'));
+        bool ours = stem == ownStem && !SavedScanNames::isHashedStem(stem);
+        if (!ours) {
+            // A hashed stem says only part of its account's name: the key inside decides.
+            // A damaged one whose name begins with the account's goes too.
+            try {
+                ours = SavedScanNames::keyBelongsToAccount(
+                    readStoredRecord(readFileBytes(path).bytes).key, accountID);
+            } catch (const CorruptDataError&) {
+                ours = true;
+            } catch (const std::exception&) {
+            }
+        }
+        if (ours && ::unlink(path.c_str()) == 0) {
+            removed.push_back(name);
+        }
     }
+    std::sort(removed.begin(), removed.end());
+    return removed;
 }
 
 void ScanCache::log(std::string_view message) {

@@ -12,12 +12,13 @@
 
 namespace brimvale {
 
-// The store of finished scans: one file per stem in the cache directory, "<stem>.cache"
-// (compressed property list) or the older "<stem>.json", plus the store's own "cache.log".
-// Writes are atomic: a crash or a full disk during a write leaves the previous file as it was,
-// and no temporary file behind. Cache files are readable by the user only (0600): they list every
-// file name of an account. Thread safety: every operation may be called from any thread; they
-// run one at a time.
+// The store of finished scans: one file per saved-scan key in the cache directory,
+// "<file stem>.cache" (compressed property list) or the older "<file stem>.json", plus the
+// store's own "cache.log". Keys and file stems are SavedScanNames'; every "stem" parameter below
+// is a key. Writes are atomic: a crash or a full disk during a write leaves the previous file as
+// it was, and a temporary file a killed write left is removed when the store is next opened.
+// Cache files are readable by the user only (0600): they list every file name of an account.
+// Thread safety: every operation may be called from any thread; they run one at a time.
 class ScanCache {
 public:
     struct LoadedData {
@@ -28,23 +29,30 @@ public:
     // The user's cache directory: $XDG_CACHE_HOME/Brimvale or ~/.cache/Brimvale.
     static std::string defaultDirectory();
 
-    // Creates `directory` (and any missing parents) when it is not there.
+    // Creates `directory` (and any missing parents) when it is not there, and removes the
+    // temporary files of writes that were killed (not those a live write holds).
     explicit ScanCache(std::string directory = defaultDirectory());
 
     const std::string& directory() const { return directory_; }
     std::string logPath() const { return directory_ + "/cache.log"; }
 
-    // Replaces <stem>.cache with `data`, then logs "Saved N bytes → <stem>.cache". A failure is
-    // only logged ("Save failed: …"), never thrown: the previous file stays.
+    // Replaces the key's .cache file with `data`, then logs "Saved N bytes → <file>". A failure
+    // is only logged ("Save failed: …"), never thrown: the previous file stays.
     void write(std::span<const std::uint8_t> data, std::string_view stem);
-    // <stem>.cache, else <stem>.json: the first that can be read, with its modification time.
+    // The key's .cache file, else its .json one: the first that can be read (a regular file),
+    // with its modification time. A file under a hashed stem counts as none unless it can be
+    // read and its stored key is this one (two keys may share a stem); its bytes are then the
+    // decompressed property list.
     std::optional<LoadedData> loadData(std::string_view stem);
     // The modification time of the file loadData would use.
     std::optional<Date> cacheDate(std::string_view stem);
     // Removes <stem>.cache and <stem>.json; a missing file is fine.
     void clear(std::string_view stem);
-    // Removes the .cache and .json files of every stem that begins with `prefix`.
-    void clearAllStems(std::string_view prefix);
+    // Removes the account's saved scans: its own key's and every one of its folders'; the
+    // names of the files removed, sorted.
+    std::vector<std::string> clearAccount(std::string_view accountID);
+    // The file name of the key's current-format saved scan.
+    static std::string fileNameFor(std::string_view stem);
     // Appends "[2026-03-01 14:05:09 +0000] message" to cache.log; failures are ignored.
     void log(std::string_view message);
 
@@ -53,6 +61,7 @@ public:
 
 private:
     std::string pathFor(std::string_view stem, std::string_view suffix) const;
+    std::optional<LoadedData> loadFile(const std::string& path, std::string_view key);
     void logLocked(std::string_view message);
 
     std::mutex mutex_; // one file operation at a time

@@ -1,6 +1,7 @@
 #include "core/persistence/cache/ScanCacheWriter.h"
 
 #include "core/persistence/cache/CacheRecord.h"
+#include "core/persistence/cache/SavedScanNames.h"
 #include "core/persistence/cache/ScanCache.h"
 #include "core/support/ScanDiagnostics.h"
 
@@ -53,13 +54,16 @@ void ScanCacheWriter::clear(const std::string& stem) {
     cache_->clear(stem);
 }
 
-void ScanCacheWriter::clearWithPrefix(const std::string& stem, const std::string& prefix) {
+void ScanCacheWriter::clearAccount(const std::string& accountID) {
     std::unique_lock lock(mutex_);
     dropAndWait(lock, [&](const std::string& candidate) {
-        return candidate == stem || candidate.starts_with(prefix);
+        return SavedScanNames::keyBelongsToAccount(candidate, accountID);
     });
-    cache_->clear(stem);
-    cache_->clearAllStems(prefix);
+    cache_->clearAccount(accountID);
+}
+
+void ScanCacheWriter::clearWithPrefix(const std::string& stem, const std::string& /*prefix*/) {
+    clearAccount(stem);
 }
 
 void ScanCacheWriter::waitForStem(const std::string& stem) {
@@ -90,7 +94,7 @@ void ScanCacheWriter::run() {
         writing_ = stem;
         busy_ = true;
         lock.unlock();
-        if (auto bytes = encodeCacheSnapshot(*job.mapped().snapshot)) {
+        if (auto bytes = encodeCacheSnapshot(*job.mapped().snapshot, stem)) {
             cache_->write(*bytes, stem);
             ScanDiagnostics::log(job.mapped().why + " saved stem=" + stem +
                                  " nodes=" + std::to_string(job.mapped().snapshot->nodeCount()));

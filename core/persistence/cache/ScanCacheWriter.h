@@ -31,13 +31,18 @@ public:
     ScanCacheWriter(const ScanCacheWriter&) = delete;
     ScanCacheWriter& operator=(const ScanCacheWriter&) = delete;
 
-    // Queues `snapshot` to be written as <stem>.cache; `why` goes to the diagnostics log.
+    // Queues `snapshot` to be written as the saved scan of the key `stem` (the key is stored in
+    // it); `why` goes to the diagnostics log.
     void save(const std::string& stem, std::shared_ptr<const CacheSnapshot> snapshot,
               std::string why);
     // Drops the stem's waiting write, waits for the one in progress, then removes the stem's
     // files (ScanCache::clear).
     void clear(const std::string& stem);
-    // The same for `stem` itself and every stem that begins with `prefix`.
+    // The same for every saved scan of the account (ScanCache::clearAccount): its own key and
+    // the keys of its folders.
+    void clearAccount(const std::string& accountID);
+    // Kept for callers written when folder scans were "<id>_…": clears the account `stem`
+    // (clearAccount); the prefix is not needed any more.
     void clearWithPrefix(const std::string& stem, const std::string& prefix);
     // Waits until the stem's queued write, if any, is on disk: what a load reads next is then
     // the newest tree asked for.

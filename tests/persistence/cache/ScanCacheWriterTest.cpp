@@ -68,15 +68,16 @@ TEST(ScanCacheWriter, TheNewestSaveOfAStemWinsAndAClearIsNeverUndone) {
     }
 
     // A local account's stems go together; another account that merely begins the same stays.
-    for (const std::string stem : {"disk", "disk_/home", "disk_/srv", "diskette"}) {
+    for (const std::string stem : {"disk", "disk:/home", "disk:/srv", "diskette", "disk_2"}) {
         writer.save(stem, snapshotOf(5, 7, false), "finished scan");
     }
-    writer.clearWithPrefix("disk", "disk_");
+    writer.clearAccount("disk");
     ASSERT_TRUE(writer.waitForAll(std::chrono::seconds(30)));
     EXPECT_FALSE(cache->loadData("disk"));
-    EXPECT_FALSE(cache->loadData("disk_/home"));
-    EXPECT_FALSE(cache->loadData("disk_/srv"));
+    EXPECT_FALSE(cache->loadData("disk:/home"));
+    EXPECT_FALSE(cache->loadData("disk:/srv"));
     EXPECT_TRUE(cache->loadData("diskette"));
+    EXPECT_TRUE(cache->loadData("disk_2"));
 }
 
 TEST(ScanCacheWriter, SavesQueuedAtTheEndAreWrittenBeforeTheWriterGoes) {
