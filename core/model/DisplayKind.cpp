@@ -18,12 +18,16 @@ constexpr std::pair<std::string_view, std::string_view> kExactKinds[] = {
     {"application/vnd.google-apps.script", "Apps Script"},
     {"application/pdf", "PDF"},
     {"text/plain", "Plain text"},
+    // Entries of a scan opened from an export that the exporting tool could not measure.
+    {"inode/x-read-error", "Read error"},
+    {"inode/x-special", "Special file"},
 };
 
 constexpr std::pair<std::string_view, std::string_view> kPrefixKinds[] = {
     {"image/", "Image"},
     {"video/", "Video"},
     {"audio/", "Audio"},
+    {"inode/x-excluded", "Excluded"},
 };
 
 } // namespace
