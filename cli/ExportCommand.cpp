@@ -2,15 +2,13 @@
 
 #include "cli/CoordinatorSession.h"
 #include "cli/DisplayText.h"
+#include "core/interchange/NcduExportFile.h"
 #include "core/interchange/NcduExportWriter.h"
 #include "core/local/LocalDiskAdapter.h"
 #include "core/persistence/cache/CacheRecord.h"
 #include "core/persistence/cache/LocalScanCacheStem.h"
 #include "core/persistence/cache/ScanCache.h"
 
-#include <cerrno>
-#include <cstdio>
-#include <fstream>
 #include <optional>
 #include <system_error>
 #include <unistd.h>
@@ -85,34 +83,6 @@ std::optional<std::string> localAccountID(const ScannerViewModel& viewModel) {
     return placeholder;
 }
 
-// Written beside the file and renamed over it once complete, so a failure never leaves a
-// half-written export where a good one was.
-void writeExportFile(const std::string& path, const FileNode& root, const std::string& rootName,
-                     Date savedDate) {
-    const std::string temporary = path + ".partial";
-    {
-        std::ofstream file(temporary, std::ios::binary | std::ios::trunc);
-        if (!file) {
-            throw std::system_error(errno, std::generic_category(), "cannot write " + path);
-        }
-        try {
-            NcduExportWriter(file).write(root, rootName, savedDate);
-            file.close();
-            if (!file) {
-                throw std::runtime_error("the export could not be written");
-            }
-        } catch (...) {
-            std::remove(temporary.c_str());
-            throw;
-        }
-    }
-    if (std::rename(temporary.c_str(), path.c_str()) != 0) {
-        const int error = errno;
-        std::remove(temporary.c_str());
-        throw std::system_error(error, std::generic_category(), "cannot write " + path);
-    }
-}
-
 int runExport(std::span<const std::string> rawArguments, CommandStreams streams) {
     const ExportArguments arguments = parseExportArguments(rawArguments);
     const std::optional<std::string> account = accountInTarget(arguments.target);
@@ -156,7 +126,7 @@ int runExport(std::span<const std::string> rawArguments, CommandStreams streams)
         if (arguments.output == "-") {
             NcduExportWriter(streams.out).write(**root, rootName, saved->modified);
         } else {
-            writeExportFile(arguments.output, **root, rootName, saved->modified);
+            writeNcduExportFile(arguments.output, **root, rootName, saved->modified);
         }
     } catch (const std::exception& error) {
         streams.err << "brimvale-cli export: " << displayText(error.what()) << '\n';

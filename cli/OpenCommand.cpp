@@ -4,8 +4,7 @@
 #include "cli/ListingArguments.h"
 #include "cli/TreeJsonWriter.h"
 #include "cli/TreeListing.h"
-#include "core/interchange/ExportTextSource.h"
-#include "core/interchange/NcduExportReader.h"
+#include "core/interchange/NcduExportFile.h"
 #include "core/model/SizeFormatter.h"
 #include "core/support/CorruptDataError.h"
 
@@ -28,10 +27,7 @@ int runOpen(std::span<const std::string> arguments, CommandStreams streams) {
     const std::string shownFile = parsed.target == "-" ? "standard input" : parsed.target;
     ImportedScan scan;
     try {
-        const auto source = ExportTextSource::open(parsed.target);
-        scan = readNcduExport([&source](char* buffer, std::size_t capacity) {
-            return source->read(buffer, capacity);
-        });
+        scan = readNcduExportFile(parsed.target);
     } catch (const std::system_error& error) {
         streams.err << "brimvale-cli open: " << displayText(error.what()) << '\n';
         return exitFailure;
