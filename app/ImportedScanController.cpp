@@ -123,11 +123,10 @@ bool ImportedScanController::exportTo(const QString& path) {
                done != nullptr && done->root && viewModel_.activeProvider()) {
         root = done->root;
         const ProviderRef& provider = viewModel_.activeProvider();
-        // Local trees keep paths without their leading "/"; cloud ones name the account.
-        const std::string treePath = root->path();
-        rootName = provider->rcloneType() == "local"
-                       ? "/" + treePath
-                       : provider->remoteID() + ":" + (treePath == "/" ? std::string() : treePath);
+        // Local trees keep paths without their leading "/"; a cloud scan is named by its account,
+        // as `brimvale-cli export` names it.
+        rootName =
+            provider->rcloneType() == "local" ? "/" + root->path() : provider->remoteID() + ":";
         date = done->savedDate.value_or(date);
     }
     if (!root) {
