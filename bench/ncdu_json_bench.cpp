@@ -1,7 +1,8 @@
 // Writes the shared disk-like tree (about 1.09 million items) as an export in ncdu's JSON
 // format, then opens it, both through files as the commands do. Prints the time of each way,
 // the file's size and how much the reading grew the process's resident memory by: the opened
-// tree, while the text passes through one fixed buffer.
+// tree, while the text passes through one fixed buffer. The file is opened in a process of its
+// own, as `brimvale-cli open` opens it, not in a heap the written tree has just left.
 //
 //   ncdu_json_bench [FILE]   (default: a file in the temporary folder, removed afterwards)
 #include "bench/DiskLikeTree.h"
@@ -12,9 +13,11 @@
 
 #include <chrono>
 #include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <string_view>
 #include <unistd.h>
 
 namespace {
@@ -37,8 +40,28 @@ double residentBytes() {
 
 } // namespace
 
+// Opens the export in this process, which has done nothing else: what `brimvale-cli open` does.
+int readExport(const std::string& path, std::int64_t expectedItems) {
+    const double residentBefore = residentBytes();
+    const auto readStart = Clock::now();
+    const auto source = ExportTextSource::open(path);
+    const ImportedScan scan = readNcduExport(
+        [&source](char* buffer, std::size_t capacity) { return source->read(buffer, capacity); });
+    std::printf("ncdu_json_read: %.0f ms\n", millisecondsSince(readStart));
+    std::printf("ncdu_json_read_items: %lld items\n",
+                static_cast<long long>(scan.files + scan.folders));
+    std::printf("ncdu_json_read_resident_growth: %.1f MB\n",
+                (residentBytes() - residentBefore) / 1e6);
+    std::fflush(stdout);
+    // Like the command, exit without freeing the tree node by node.
+    std::_Exit(scan.files + scan.folders == expectedItems ? 0 : 1);
+}
+
 int main(int argc, char** argv) {
     adoptHugePageHeap(argv);
+    if (argc == 4 && std::string_view(argv[1]) == "--read") {
+        return readExport(argv[2], std::stoll(argv[3]));
+    }
     const bool ownFile = argc < 2;
     const std::string path =
         ownFile ? (std::filesystem::temp_directory_path() / "ncdu_json_bench.json").string()
@@ -58,19 +81,12 @@ int main(int argc, char** argv) {
     }
     std::printf("ncdu_json_file: %.1f MB\n",
                 static_cast<double>(std::filesystem::file_size(path)) / 1e6);
-
-    const double residentBefore = residentBytes();
-    const auto readStart = Clock::now();
-    const auto source = ExportTextSource::open(path);
-    const ImportedScan scan = readNcduExport(
-        [&source](char* buffer, std::size_t capacity) { return source->read(buffer, capacity); });
-    std::printf("ncdu_json_read: %.0f ms\n", millisecondsSince(readStart));
-    std::printf("ncdu_json_read_items: %lld items\n",
-                static_cast<long long>(scan.files + scan.folders));
-    std::printf("ncdu_json_read_resident_growth: %.1f MB\n",
-                (residentBytes() - residentBefore) / 1e6);
+    std::fflush(stdout);
+    const std::string command = "'" + std::filesystem::read_symlink("/proc/self/exe").string() +
+                                "' --read '" + path + "' " + std::to_string(items);
+    const int status = std::system(command.c_str());
     if (ownFile) {
         std::filesystem::remove(path);
     }
-    return scan.files + scan.folders == items ? 0 : 1;
+    return status == 0 ? 0 : 1;
 }

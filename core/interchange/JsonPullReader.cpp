@@ -240,10 +240,12 @@ void JsonPullReader::appendEscape(std::string& out) {
 JsonPullReader::Number JsonPullReader::readNumber() {
     const std::uint64_t start = offset();
     Number number;
-    std::string text; // the number's own bytes, for the rare non-integral case
+    // The number's own bytes, for the rare one that is not a whole number.
+    char text[kLongestNumber + 1];
+    std::size_t length = 0;
     if (peek() == '-') {
         number.negative = true;
-        text.push_back(take());
+        text[length++] = take();
     }
     bool anyDigit = false;
     number.integral = true;
@@ -267,11 +269,11 @@ JsonPullReader::Number JsonPullReader::readNumber() {
         } else {
             break;
         }
-        text.push_back(c);
-        ++position_;
-        if (text.size() > 400) {
+        if (length == kLongestNumber) {
             failAt(start, "a number is too long");
         }
+        text[length++] = c;
+        ++position_;
     }
     if (!anyDigit) {
         failAt(start, "expected a value");
@@ -279,9 +281,10 @@ JsonPullReader::Number JsonPullReader::readNumber() {
     if (number.integral) {
         number.value = static_cast<double>(number.magnitude) * (number.negative ? -1.0 : 1.0);
     } else {
+        text[length] = '\0';
         char* parsedEnd = nullptr;
-        number.value = std::strtod(text.c_str(), &parsedEnd);
-        if (parsedEnd != text.c_str() + text.size() || !std::isfinite(number.value)) {
+        number.value = std::strtod(text, &parsedEnd);
+        if (parsedEnd != text + length || !std::isfinite(number.value)) {
             failAt(start, "a number is not valid");
         }
     }

@@ -53,6 +53,8 @@ public:
     [[noreturn]] void failAt(std::uint64_t offset, std::string_view what) const;
 
 private:
+    static constexpr std::size_t kLongestNumber = 400;
+
     bool refill();
     bool ensureAvailable(std::size_t count);
     char take();

@@ -174,31 +174,32 @@ private:
 
     void readEntryField() {
         const char next = json_.peek();
-        if (key_ == "name") {
+        const std::string_view key = key_;
+        if (key == "name") {
             json_.readString(entry_.name);
             entry_.hasName = true;
-        } else if (key_ == "asize") {
+        } else if (key == "asize") {
             entry_.apparentSize = readSize("asize");
-        } else if (key_ == "dsize") {
+        } else if (key == "dsize") {
             entry_.allocatedSize = readSize("dsize");
-        } else if (key_ == "dev") {
+        } else if (key == "dev") {
             entry_.device = readIdentityNumber("dev");
-        } else if (key_ == "ino") {
+        } else if (key == "ino") {
             entry_.inode = readIdentityNumber("ino");
-        } else if (key_ == "hlnkc" && (next == 't' || next == 'f')) {
+        } else if (key == "hlnkc" && (next == 't' || next == 'f')) {
             entry_.hardLinked = json_.readBool();
-        } else if (key_ == "read_error" && (next == 't' || next == 'f')) {
+        } else if (key == "read_error" && (next == 't' || next == 'f')) {
             entry_.readError = json_.readBool();
-        } else if (key_ == "notreg" && (next == 't' || next == 'f')) {
+        } else if (key == "notreg" && (next == 't' || next == 'f')) {
             entry_.special = json_.readBool();
-        } else if (key_ == "excluded" && next == '"') {
+        } else if (key == "excluded" && next == '"') {
             std::string reason;
             json_.readString(reason);
             entry_.excludedReason = std::move(reason);
-        } else if (key_ == "excluded" && next == 't') {
+        } else if (key == "excluded" && next == 't') {
             entry_.excludedReason =
                 json_.readBool() ? std::optional<std::string>("") : std::nullopt;
-        } else if (key_ == "mtime" && isNumberStart(next)) {
+        } else if (key == "mtime" && isNumberStart(next)) {
             entry_.modifiedUnixSeconds = json_.readNumber().value;
         } else {
             json_.skipValue();
