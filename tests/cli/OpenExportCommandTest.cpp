@@ -1,4 +1,6 @@
 #include "core/interchange/NcduExportReader.h"
+#include "core/persistence/cache/CacheRecord.h"
+#include "core/persistence/cache/ScanCache.h"
 #include "core/support/FileBytes.h"
 #include "tests/support/CliRun.h"
 #include "tests/support/ProgramRun.h"
@@ -133,6 +135,36 @@ TEST(ExportCommand, WritesTheSavedScanOfAFolderThatOpensWithTheSameSizes) {
     EXPECT_EQ(runCli({"export", "nosuchaccount:"}).status, 1);
     EXPECT_EQ(runCli({"export", tree.root(), "-o"}).status, 2);
     EXPECT_EQ(runCli({"export", "gdrive:photos"}).status, 2);
+}
+
+TEST(ExportCommand, ACloudAccountsSavedScanGoesOutWithItsSizesAsBothSizes) {
+    auto video =
+        FileNode::make({.name = "holiday.mov", .path = "/Videos/holiday.mov", .size = 3'000'001});
+    auto videos = FileNode::make({.name = "Videos",
+                                  .path = "/Videos",
+                                  .isDirectory = true,
+                                  .size = 3'000'001,
+                                  .children = {video}});
+    auto root = FileNode::make({.name = "drive",
+                                .path = "/",
+                                .isDirectory = true,
+                                .size = 3'000'001,
+                                .children = {videos}});
+    ScanCache cache;
+    cache.write(*encodeCacheSnapshot(snapshotForCache(*root)), "drive");
+
+    const auto exported = runCli({"export", "drive:"});
+    ASSERT_EQ(exported.status, 0) << exported.err;
+    EXPECT_NE(exported.out.find("{\"name\":\"drive:\"}"), std::string::npos) << exported.out;
+    EXPECT_NE(exported.out.find("{\"name\":\"holiday.mov\",\"asize\":3000001,\"dsize\":3000001"),
+              std::string::npos)
+        << exported.out;
+    QTemporaryDir folder;
+    const std::string file = folder.path().toStdString() + "/drive.json";
+    writeText(file, exported.out);
+    const auto opened = runCli({"open", file, "--json"});
+    ASSERT_EQ(opened.status, 0) << opened.err;
+    EXPECT_EQ(nlohmann::json::parse(opened.out)["size"], 3'000'001);
 }
 
 } // namespace
