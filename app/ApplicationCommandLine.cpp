@@ -59,11 +59,12 @@ ApplicationCommandLine ApplicationCommandLine::parse(const std::vector<std::stri
 }
 
 std::string ApplicationCommandLine::helpText() {
-    return "Usage: brimvale [OPTION]... [FOLDER]\n"
+    return "Usage: brimvale [OPTION]... [FOLDER | SCAN.json]\n"
            "See where storage space goes, on local disks and in cloud accounts.\n"
            "\n"
            "Opens the Brimvale window. With FOLDER, scans that folder at once with the local\n"
-           "disk account.\n"
+           "disk account. With a file, opens it as a scan exported by ncdu -o, gdu -o or\n"
+           "brimvale-cli export (plain or gzip), shown beside the accounts until closed.\n"
            "\n"
            "  -h, --help     show this help and exit\n"
            "  -v, --version  show the version and exit\n"

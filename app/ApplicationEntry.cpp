@@ -1,6 +1,7 @@
 #include "app/ApplicationEntry.h"
 
 #include "app/ApplicationCommandLine.h"
+#include "app/ImportedScanController.h"
 #include "app/MainWindow.h"
 #include "app/bridge/QtMainQueue.h"
 #include "app/support/Symbols.h"
@@ -17,6 +18,7 @@
 #include <chrono>
 #include <cstdio>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -43,7 +45,7 @@ void scanFolderOnceAccountsAreRead(ScannerViewModel& viewModel, const std::strin
 
 int runApplication(int argc, char** argv) {
     const std::vector<std::string> arguments(argv + 1, argv + argc);
-    const ApplicationCommandLine commandLine = ApplicationCommandLine::parse(arguments);
+    ApplicationCommandLine commandLine = ApplicationCommandLine::parse(arguments);
     switch (commandLine.action) {
     case ApplicationCommandLine::Action::printHelp:
         std::fputs(ApplicationCommandLine::helpText().c_str(), stdout);
@@ -58,8 +60,15 @@ int runApplication(int argc, char** argv) {
     case ApplicationCommandLine::Action::run:
         break;
     }
+    // A file is a scan exported by ncdu, gdu or Brimvale, opened beside the accounts.
+    std::optional<std::string> scanFile;
+    if (commandLine.folder && QFileInfo(QString::fromStdString(*commandLine.folder)).isFile()) {
+        scanFile = std::move(commandLine.folder);
+        commandLine.folder.reset();
+    }
     if (commandLine.folder && !QFileInfo(QString::fromStdString(*commandLine.folder)).isDir()) {
-        std::fprintf(stderr, "brimvale: %s is not a folder\n", commandLine.folder->c_str());
+        std::fprintf(stderr, "brimvale: %s is not a folder or a scan export\n",
+                     commandLine.folder->c_str());
         return 1;
     }
 
@@ -96,6 +105,9 @@ int runApplication(int argc, char** argv) {
         window.activateWindow();
         if (commandLine.folder) {
             scanFolderOnceAccountsAreRead(viewModel, *commandLine.folder);
+        }
+        if (scanFile) {
+            window.importer()->openFile(QString::fromStdString(*scanFile));
         }
         status = QApplication::exec();
         // Running scans stop and keep their partial trees; the window is gone, so waiting here

@@ -1,11 +1,13 @@
 #include "app/MainWindow.h"
 
+#include "app/ImportedScanController.h"
 #include "app/bridge/ViewModelSignals.h"
 #include "app/browser/ColumnBrowser.h"
 #include "app/onboarding/AddAccountSheet.h"
 #include "app/onboarding/NativeCredentialForm.h"
 #include "app/sheets/LocalVolumeSheet.h"
 #include "app/sidebar/AccountSidebar.h"
+#include "app/sidebar/ImportedScansList.h"
 #include "app/support/AppSettingsKeys.h"
 #include "app/support/ExternalOpen.h"
 #include "app/support/Symbols.h"
@@ -25,12 +27,14 @@
 #include <QAction>
 #include <QApplication>
 #include <QCloseEvent>
+#include <QListView>
 #include <QMenuBar>
 #include <QMessageBox>
 #include <QPushButton>
 #include <QSplitter>
 #include <QStackedWidget>
 #include <QToolBar>
+#include <QVBoxLayout>
 
 #include <type_traits>
 #include <variant>
@@ -79,8 +83,15 @@ MainWindow::MainWindow(ScannerViewModel& viewModel, Options options, QWidget* pa
          std::initializer_list<QWidget*>{idle_, checking_, loading_, needsSetup_, error_, tree_}) {
         detail_->addWidget(page);
     }
+    imported_ = new ImportedScansList(this);
+    importer_ = new ImportedScanController(viewModel_, *imported_, *tree_, *detail_, *this);
+    auto* sidePane = new QWidget(this);
+    auto* sideLayout = new QVBoxLayout(sidePane);
+    sideLayout->setContentsMargins(0, 0, 0, 0);
+    sideLayout->addWidget(sidebar_, 1);
+    sideLayout->addWidget(imported_);
     splitter_ = new QSplitter(Qt::Horizontal, this);
-    splitter_->addWidget(sidebar_);
+    splitter_->addWidget(sidePane);
     splitter_->addWidget(detail_);
     splitter_->setStretchFactor(0, 0);
     splitter_->setStretchFactor(1, 1);
@@ -93,6 +104,10 @@ MainWindow::MainWindow(ScannerViewModel& viewModel, Options options, QWidget* pa
     restoreLayout();
 
     connect(signals_, &ViewModelSignals::stateChanged, this, &MainWindow::showState);
+    connect(importer_, &ImportedScanController::importLeft, this, &MainWindow::showState);
+    // The active account's row stays selected while an imported scan shows; a click on it
+    // goes back to the account.
+    connect(sidebar_->list(), &QListView::clicked, importer_, &ImportedScanController::leaveImport);
     connect(signals_, &ViewModelSignals::sidebarChanged, this, &MainWindow::updateActions);
     connect(signals_, &ViewModelSignals::localVolumePickerChanged, this,
             &MainWindow::syncLocalVolumePicker);
@@ -216,6 +231,9 @@ void MainWindow::buildActions() {
     fileMenu->addAction(addAccountAction_);
     fileMenu->addAction(chooseFolderAction_);
     fileMenu->addSeparator();
+    fileMenu->addAction(importer_->openAction());
+    fileMenu->addAction(importer_->exportAction());
+    fileMenu->addSeparator();
     fileMenu->addAction(rescanAction_);
     fileMenu->addAction(stopAction_);
     fileMenu->addSeparator();
@@ -288,6 +306,10 @@ bool MainWindow::activeIsLocal() const {
 }
 
 void MainWindow::showState() {
+    if (importer_->showingImport()) {
+        updateActions();
+        return;
+    }
     const ScannerState& state = viewModel_.state();
     const ProviderRef& active = viewModel_.activeProvider();
     const std::string activeID = active ? active->remoteID() : std::string();
@@ -372,17 +394,19 @@ void MainWindow::updateActions() {
                                              kind == ScannerState::Case::idle));
     stopAction_->setEnabled(kind == ScannerState::Case::scanning ||
                             kind == ScannerState::Case::checkingConfig);
-    const bool treeShown = state.shownTree() != nullptr;
+    const bool treeShown = state.shownTree() != nullptr || importer_->showingImport();
     previewAction_->setEnabled(treeShown);
     const QSignalBlocker blocker(previewAction_);
     previewAction_->setChecked(tree_->browser()->previewPaneVisible());
     chooseFolderAction_->setEnabled(sidebar_->localProvider() != nullptr);
+    importer_->updateActions();
 }
 
 void MainWindow::accountActivated(const ProviderRef& provider) {
     if (!provider) {
         return;
     }
+    importer_->leaveImport();
     const std::string id = provider->remoteID();
     // A local disk not scanned before asks what to scan rather than starting on the whole disk.
     const bool firstLocal = provider->rcloneType() == "local" &&

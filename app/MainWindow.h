@@ -18,6 +18,8 @@ class AccountSidebar;
 class AddAccountSheet;
 class CheckingConfigView;
 class ErrorView;
+class ImportedScanController;
+class ImportedScansList;
 class IdleView;
 class LoadingCacheView;
 class LocalVolumeSheet;
@@ -61,6 +63,9 @@ public:
     QAction* rescanAction() const { return rescanAction_; }
     QAction* stopAction() const { return stopAction_; }
     QAction* previewAction() const { return previewAction_; }
+    // Scans opened from export files, and File > Open Scan… / Export Scan….
+    ImportedScansList* importedScans() const { return imported_; }
+    ImportedScanController* importer() const { return importer_; }
     LocalVolumeSheet* localVolumeSheet() const;
     AddAccountSheet* addAccountSheet() const;
 
@@ -100,6 +105,8 @@ private:
     NeedsSetupView* needsSetup_;
     ErrorView* error_;
     TreePage* tree_;
+    ImportedScansList* imported_;
+    ImportedScanController* importer_;
     QAction* addAccountAction_ = nullptr;
     QAction* chooseFolderAction_ = nullptr;
     QAction* rescanAction_ = nullptr;

@@ -2,7 +2,9 @@
 
 #include "cli/AccountsCommand.h"
 #include "cli/CacheCommand.h"
+#include "cli/ExportCommand.h"
 #include "cli/LzfseCommand.h"
+#include "cli/OpenCommand.h"
 #include "cli/RemotesCommand.h"
 #include "cli/ScanCommand.h"
 #include "cli/VolumesCommand.h"
@@ -53,8 +55,9 @@ Command sizeCommand() {
 } // namespace
 
 std::vector<Command> allCommands() {
-    return {sizeCommand(),    remotesCommand(), lsCommand(),    accountsCommand(), scanCommand(),
-            volumesCommand(), cacheCommand(),   lzfseCommand(), webConfigCommand()};
+    return {sizeCommand(),  remotesCommand(), lsCommand(),       accountsCommand(),
+            scanCommand(),  openCommand(),    exportCommand(),   volumesCommand(),
+            cacheCommand(), lzfseCommand(),   webConfigCommand()};
 }
 
 } // namespace brimvale::cli

@@ -1,6 +1,7 @@
 #include "cli/TreeListing.h"
 
 #include "cli/DisplayText.h"
+#include "core/interchange/ExportEntryMarks.h"
 #include "core/model/SizeFormatter.h"
 #include "core/support/SaturatingAdd.h"
 
@@ -48,7 +49,11 @@ void printItem(std::ostream& out, const FileNode& node, std::int64_t folderSize,
     std::snprintf(percent, sizeof percent, "%5.1f%%", share * 100.0);
     out << std::string(static_cast<std::size_t>(level) * 2, ' ')
         << padLeft(formatBytes(node.size()), 9) << "  " << percent << "  " << shareBar(share)
-        << "  " << displayText(node.name()) << (node.isDirectory() ? "/" : "") << '\n';
+        << "  " << displayText(node.name()) << (node.isDirectory() ? "/" : "");
+    if (const auto note = entryMarkNote(node)) {
+        out << "  (" << *note << ')';
+    }
+    out << '\n';
 }
 
 // The largest `top` items of each folder, `depth` levels deep, without recursion.

@@ -20,12 +20,16 @@ constexpr std::pair<std::string_view, std::string_view> kExactKinds[] = {
     {"text/plain", "Plain text"},
     // What WebDAV servers (and rclone for local folders) call a folder.
     {"inode/directory", "Folder"},
+    // Entries of a scan opened from an export that the exporting tool could not measure.
+    {"inode/x-read-error", "Read error"},
+    {"inode/x-special", "Special file"},
 };
 
 constexpr std::pair<std::string_view, std::string_view> kPrefixKinds[] = {
     {"image/", "Image"},
     {"video/", "Video"},
     {"audio/", "Audio"},
+    {"inode/x-excluded", "Excluded"},
 };
 
 } // namespace
