@@ -179,7 +179,8 @@ void ScannerViewModel::finishFolderRefresh(const FolderRefreshResult& result) {
                                .savedDate = currentDate(),
                                .occupiedBytes = done->occupiedBytes,
                                .skippedFolders = std::move(skipped),
-                               .partial = partial},
+                               .partial = partial,
+                               .saveFailure = done->saveFailure},
                    result.remoteID);
     if (const auto stem = lastScanCacheStemByRemoteID_.find(result.remoteID);
         stem != lastScanCacheStemByRemoteID_.end()) {

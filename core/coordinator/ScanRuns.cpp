@@ -308,11 +308,16 @@ void ScannerViewModel::runScanInBackground(const ProviderRef& provider, const st
         skippedFolders = std::move(skipped->folders);
     }
     postIfCurrent(remoteID, generation,
-                  [this, remoteID, root, savedDate, occupied,
+                  [this, remoteID, root, savedDate, occupied, stem,
                    skippedFolders = std::move(skippedFolders)]() mutable {
-                      applyPaneState(
-                          State::Done{root, savedDate, occupied, std::move(skippedFolders)},
-                          remoteID);
+                      // A save that failed already is shown at once; a later outcome comes
+                      // through noteSaveOutcome.
+                      applyPaneState(State::Done{.root = root,
+                                                 .savedDate = savedDate,
+                                                 .occupiedBytes = occupied,
+                                                 .skippedFolders = std::move(skippedFolders),
+                                                 .saveFailure = cacheWriter_->failure(stem)},
+                                     remoteID);
                       latestScanProgressByRemote_.erase(remoteID);
                       liveScanRootByRemote_.erase(remoteID);
                   });
@@ -387,6 +392,34 @@ std::shared_ptr<const CacheSnapshot> ScannerViewModel::saveTreeInBackground(cons
     }
     writeSnapshotInBackground(snapshot, stem, why);
     return snapshot;
+}
+
+void ScannerViewModel::noteSaveOutcome(const std::string& stem,
+                                       const std::optional<std::string>& failure) {
+    for (const auto& [remoteID, accountStem] : lastScanCacheStemByRemoteID_) {
+        if (accountStem != stem) {
+            continue;
+        }
+        const State pane = paneState(remoteID);
+        const auto* done = pane.as<State::Done>();
+        if (done == nullptr || done->saveFailure == failure) {
+            continue;
+        }
+        if (failure) {
+            ScanDiagnostics::log("saved scan of " + remoteID + " not written: " + *failure);
+        }
+        State::Done updated = *done;
+        updated.saveFailure = failure;
+        applyPaneState(std::move(updated), remoteID);
+    }
+}
+
+std::optional<std::string> ScannerViewModel::savedScanFailure(const std::string& remoteID) const {
+    const auto stem = lastScanCacheStemByRemoteID_.find(remoteID);
+    if (stem == lastScanCacheStemByRemoteID_.end()) {
+        return std::nullopt;
+    }
+    return cacheWriter_->failure(stem->second);
 }
 
 void ScannerViewModel::writeSnapshotInBackground(std::shared_ptr<const CacheSnapshot> snapshot,
@@ -467,7 +500,8 @@ void ScannerViewModel::showStoppedTree(const std::string& remoteID,
                        applyPaneState(State::Done{.root = *tree,
                                                   .savedDate = Date::fromUnixSeconds(
                                                       std::chrono::duration<double>(now).count()),
-                                                  .partial = true},
+                                                  .partial = true,
+                                                  .saveFailure = savedScanFailure(remoteID)},
                                       remoteID);
                    });
                });

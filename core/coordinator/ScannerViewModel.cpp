@@ -34,7 +34,15 @@ ScannerViewModel::ScannerViewModel(ScannerViewModelOptions options)
     , addAccountHelper_(
           "", "", RcloneAdapterOptions{.runner = options_.runner, .settings = options_.settings})
     , liveness_(std::make_shared<Liveness>())
-    , cacheWriter_(std::make_unique<ScanCacheWriter>(cache_)) {
+    , cacheWriter_(std::make_unique<ScanCacheWriter>(
+          cache_, [this, alive = std::weak_ptr<Liveness>(liveness_), queue = &mainQueue_](
+                      const std::string& stem, const std::optional<std::string>& failure) {
+              queue->post([this, alive, stem, failure] {
+                  if (alive.lock()) {
+                      noteSaveOutcome(stem, failure);
+                  }
+              });
+          })) {
     if (!options_.settings) {
         fatalError("ScannerViewModel needs a settings store");
     }

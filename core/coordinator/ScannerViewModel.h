@@ -195,6 +195,9 @@ public:
     // Waits (up to `timeout`) until the checkpoint and cancel-time cache writes queued so far
     // are on disk; true when they all finished.
     bool waitForSavedScans(std::chrono::milliseconds timeout);
+    // Why the last save of the account's tree failed (a full disk, a read-only or missing
+    // cache folder); none when it succeeded. Up to date once waitForSavedScans returned.
+    std::optional<std::string> savedScanFailure(const std::string& remoteID) const;
     // True while any load, scan or refresh of this object still runs (cancelled ones
     // included, until they have ended).
     bool hasBackgroundWork() const;
@@ -333,6 +336,9 @@ private:
     std::shared_ptr<const CacheSnapshot> saveTreeInBackground(const FileNode& root,
                                                               const std::string& stem,
                                                               const char* why, bool partial);
+    // On the main thread after each write: a finished tree on a pane learns whether it was
+    // saved.
+    void noteSaveOutcome(const std::string& stem, const std::optional<std::string>& failure);
     void writeSnapshotInBackground(std::shared_ptr<const CacheSnapshot> snapshot,
                                    const std::string& stem, const char* why);
     // Stops the account's load; with `keepPartialTree`, saves its live tree and returns the

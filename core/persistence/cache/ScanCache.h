@@ -35,8 +35,9 @@ public:
     std::string logPath() const { return directory_ + "/cache.log"; }
 
     // Replaces <stem>.cache with `data`, then logs "Saved N bytes → <stem>.cache". A failure is
-    // only logged ("Save failed: …"), never thrown: the previous file stays.
-    void write(std::span<const std::uint8_t> data, std::string_view stem);
+    // logged ("Save failed: …") and returned as its reason, never thrown: the previous file
+    // stays.
+    std::optional<std::string> write(std::span<const std::uint8_t> data, std::string_view stem);
     // <stem>.cache, else <stem>.json: the first that can be read, with its modification time.
     std::optional<LoadedData> loadData(std::string_view stem);
     // The modification time of the file loadData would use.
