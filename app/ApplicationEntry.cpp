@@ -5,6 +5,7 @@
 #include "app/MainWindow.h"
 #include "app/bridge/QtMainQueue.h"
 #include "app/support/Symbols.h"
+#include "app/support/TerminationSignals.h"
 #include "core/coordinator/ScannerViewModel.h"
 #include "core/persistence/settings/ScanUISettings.h"
 #include "core/support/QSettingsStore.h"
@@ -95,7 +96,7 @@ int runApplication(int argc, char** argv) {
     int status = 0;
     // Never destroyed: tasks the coordinator detached on its way out may still post to it while
     // they end (it is closed below, so their jobs are dropped).
-    auto* mainQueue = new QtMainQueue();
+    static auto* mainQueue = new QtMainQueue(); // reachable to the end: not a leak
     {
         ScannerViewModel viewModel(ScannerViewModelOptions{
             .mainQueue = mainQueue, .settings = std::make_shared<QSettingsStore>()});
@@ -109,7 +110,22 @@ int runApplication(int argc, char** argv) {
         if (scanFile) {
             window.importer()->openFile(QString::fromStdString(*scanFile));
         }
+        // A logout or shutdown quits like the window's close: the partial trees below are saved.
+        int quitSignal = 0;
+        TerminationSignals terminationSignals;
+        QObject::connect(&terminationSignals, &TerminationSignals::received, &window,
+                         [&window, &quitSignal](int signalNumber) {
+                             ScanDiagnostics::log("quitting on signal " +
+                                                  std::to_string(signalNumber));
+                             quitSignal = signalNumber;
+                             window.close();
+                             QApplication::quit();
+                         });
         status = QApplication::exec();
+        if (quitSignal != 0) {
+            // What a shell reports for a program a signal ended.
+            status = 128 + quitSignal;
+        }
         // Running scans stop and keep their partial trees; the window is gone, so waiting here
         // blocks nothing the user sees.
         viewModel.cancelAllWork();

@@ -356,6 +356,7 @@ void MainWindow::showState() {
                          .occupiedBytes = done->occupiedBytes,
                          .skippedFolders = done->skippedFolders,
                          .partial = done->partial,
+                         .saveFailure = done->saveFailure,
                          .local = activeIsLocal()});
         detail_->setCurrentWidget(tree_);
         break;

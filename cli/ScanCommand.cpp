@@ -358,9 +358,15 @@ int runScan(std::span<const std::string> rawArguments, CommandStreams streams) {
     }
 
     if (interrupted) {
-        const bool saved = viewModel.waitForSavedScans(std::chrono::minutes(2));
-        streams.err << "brimvale-cli scan: stopped"
-                    << (saved ? "; what was scanned so far is saved" : "") << '\n';
+        const bool written = viewModel.waitForSavedScans(std::chrono::minutes(2));
+        if (const auto failure = viewModel.savedScanFailure(id)) {
+            streams.err << "brimvale-cli scan: stopped; what was scanned so far could not be "
+                           "saved: "
+                        << displayText(*failure) << '\n';
+        } else {
+            streams.err << "brimvale-cli scan: stopped"
+                        << (written ? "; what was scanned so far is saved" : "") << '\n';
+        }
         return exitInterrupted;
     }
 
@@ -417,11 +423,18 @@ int runScan(std::span<const std::string> rawArguments, CommandStreams streams) {
     }
     printUnreadableCloudFolders(unreadable, streams.err);
     // The scan is saved while it is printed; the command ends once it is on disk.
-    if (!viewModel.waitForSavedScans(std::chrono::minutes(2))) {
-        streams.err << "brimvale-cli scan: the scan could not be saved in time\n";
-    }
     if (&streams.out == &std::cout) {
         keepUntilExit(done->root);
+    }
+    if (!viewModel.waitForSavedScans(std::chrono::minutes(2))) {
+        streams.err << "brimvale-cli scan: the scan could not be saved in time\n";
+        return exitFailure;
+    }
+    if (const auto failure = viewModel.savedScanFailure(id)) {
+        streams.err << "brimvale-cli scan: the scan could not be saved, so the next run will "
+                       "not show it: "
+                    << displayText(*failure) << '\n';
+        return exitFailure;
     }
     return exitSuccess;
 }

@@ -91,8 +91,6 @@ void CacheBadge::setScan(std::optional<Date> savedDate, std::int64_t accountedBy
                          std::optional<std::int64_t> occupiedBytes, bool partial) {
     savedDate_ = savedDate;
     partial_ = partial;
-    clock_->setSymbol(partial ? Symbols::icon("clock", QColor(0xF0, 0x8C, 0x00))
-                              : Symbols::icon("clock", QPalette::PlaceholderText));
     drive_->setVisible(occupiedBytes.has_value());
     driveWarning_ = accountsForTooLittle(accountedBytes, occupiedBytes);
     if (occupiedBytes) {
@@ -106,13 +104,36 @@ void CacheBadge::setScan(std::optional<Date> savedDate, std::int64_t accountedBy
     adjustSize();
 }
 
+void CacheBadge::setSaveFailure(const QString& reason) {
+    if (reason == saveFailure_) {
+        return;
+    }
+    saveFailure_ = reason;
+    refreshDate();
+    adjustSize();
+}
+
 void CacheBadge::refreshDate() {
-    clock_->setVisible(savedDate_.has_value() || partial_);
-    date_->setVisible(savedDate_.has_value() || partial_);
-    setAccessibleName(partial_ ? tr("Partial saved scan") : tr("Saved scan"));
+    const bool unsaved = !saveFailure_.isEmpty();
+    clock_->setVisible(savedDate_.has_value() || partial_ || unsaved);
+    date_->setVisible(savedDate_.has_value() || partial_ || unsaved);
+    setAccessibleName(unsaved    ? tr("Scan not saved")
+                      : partial_ ? tr("Partial saved scan")
+                                 : tr("Saved scan"));
     clock_->setToolTip({});
     rescan_->setToolTip({});
-    if (partial_) {
+    const QColor warning(0xF0, 0x8C, 0x00);
+    clock_->setSymbol(unsaved    ? Symbols::icon("exclamationmark.triangle.fill", warning)
+                      : partial_ ? Symbols::icon("clock", warning)
+                                 : Symbols::icon("clock", QPalette::PlaceholderText));
+    if (unsaved) {
+        date_->setText(partial_ ? tr("Partial scan, not saved") : tr("Not saved"));
+        const QString tip =
+            tr("This scan could not be saved, so the next start will not show it: %1")
+                .arg(saveFailure_);
+        date_->setToolTip(tip);
+        clock_->setToolTip(tip);
+    } else if (partial_) {
         date_->setText(partialScanText(savedDate_, currentDate()));
         QString tip = partialScanExplanation();
         if (savedDate_) {

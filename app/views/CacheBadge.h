@@ -16,7 +16,8 @@ namespace brimvale {
 
 // The badge over a finished tree: how much of the volume's occupied size the scan accounts
 // for (local scans), when the saved scan was made ("Cached 3 hours ago", or "Partial scan, saved
-// 3 hours ago" for the saved tree of a scan that did not finish), "Rescan" and a close button.
+// 3 hours ago" for the saved tree of a scan that did not finish) or that it could not be saved,
+// "Rescan" and a close button.
 class CacheBadge final : public QFrame {
     Q_OBJECT
 public:
@@ -26,6 +27,10 @@ public:
     void setScan(std::optional<Date> savedDate, std::int64_t accountedBytes,
                  std::optional<std::int64_t> occupiedBytes, bool partial = false);
     bool isPartial() const { return partial_; }
+    // Why the tree could not be saved (empty: it was, or nothing was asked): the badge warns
+    // that the next start will not find it, the reason in its tooltip.
+    void setSaveFailure(const QString& reason);
+    const QString& saveFailure() const { return saveFailure_; }
 
     // Whether the scan accounts for less than 85% of a known, non-zero occupied size.
     static bool accountsForTooLittle(std::int64_t accountedBytes,
@@ -59,6 +64,7 @@ private:
     std::optional<Date> savedDate_;
     bool driveWarning_ = false;
     bool partial_ = false;
+    QString saveFailure_;
 };
 
 } // namespace brimvale

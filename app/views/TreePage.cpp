@@ -3,6 +3,7 @@
 #include "app/banner/LiveScanProgressBanner.h"
 #include "app/browser/ColumnBrowser.h"
 #include "app/support/BusyIndicator.h"
+#include "app/support/WidgetText.h"
 #include "app/views/CacheBadge.h"
 #include "app/views/FolderRefreshBadge.h"
 #include "app/views/FullDiskAccessBadge.h"
@@ -134,10 +135,16 @@ void TreePage::showDone(DoneScan scan) {
         // A folder refresh of this tree found more.
         skippedDismissed_ = false;
     }
+    if (scan.saveFailure && scan.saveFailure != saveFailure_) {
+        // A save that failed is worth seeing even over a dismissed badge.
+        cacheBadgeDismissed_ = false;
+    }
+    saveFailure_ = scan.saveFailure;
     isDone_ = true;
     doneRoot_ = root;
     browser_->setRoot(root);
     cacheBadge_->setScan(scan.savedDate, root ? root->size() : 0, scan.occupiedBytes, scan.partial);
+    cacheBadge_->setSaveFailure(qtText(scan.saveFailure.value_or("")));
     cacheBadge_->setVisible(!cacheBadgeDismissed_);
     accessBadge_->setVisible(advisory_ && !advisoryDismissed_);
     skippedFolders_ = std::move(scan.skippedFolders);

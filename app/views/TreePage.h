@@ -44,6 +44,8 @@ public:
         std::optional<std::int64_t> occupiedBytes;
         std::vector<SkippedFolder> skippedFolders;
         bool partial = false;
+        // Why the tree could not be saved; none when it was.
+        std::optional<std::string> saveFailure;
         // A local scan (the list of unreadable folders says "counted as empty").
         bool local = false;
     };
@@ -92,6 +94,7 @@ private:
     bool advisory_ = false;
     bool advisoryDismissed_ = false;
     bool cacheBadgeDismissed_ = false;
+    std::optional<std::string> saveFailure_;
     bool isDone_ = false;
     FileNodeRef doneRoot_;
 };

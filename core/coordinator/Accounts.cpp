@@ -87,13 +87,9 @@ void ScannerViewModel::repairAliasedRcloneProviderTypesIfNeeded(
 
 void ScannerViewModel::forgetAccount(const std::string& remoteID) {
     stopLoad(remoteID, false);
-    paneStatesByRemote_.erase(remoteID);
-    lastLiveUIPaneEmit_.erase(remoteID);
-    lastScanCheckpointTime_.erase(remoteID);
-    localScanPathByRemoteID_.erase(remoteID);
-    lastScanCacheStemByRemoteID_.erase(remoteID);
-    // The generation stays: a run of the removed account must never match a later account
-    // that happens to get the same name.
+    // Generations are never reused, so no job of the removed account's runs can pass for one
+    // of a later account that gets the same name.
+    runs_.erase(remoteID);
 }
 
 void ScannerViewModel::removeAccount(const ProviderRef& provider,
@@ -101,8 +97,7 @@ void ScannerViewModel::removeAccount(const ProviderRef& provider,
     if (!provider) {
         return;
     }
-    terminateGuidedProcess();
-    stopWebConfigServer();
+    onboarding_->endHelperProcesses();
     const std::string id = provider->remoteID();
     const std::string type = provider->rcloneType();
     forgetAccount(id);

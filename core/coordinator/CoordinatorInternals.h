@@ -11,12 +11,6 @@ namespace brimvale {
 // once it is gone.
 class ScannerViewModel::Liveness {};
 
-// The background load of one account: its task and the generation it was started with.
-struct ScannerViewModel::RunningLoad {
-    std::uint64_t taskID = 0;
-    std::int64_t generation = 0;
-};
-
 // Sets a published field and tells the observers, when the value changes.
 template <class Value>
 void ScannerViewModel::publish(Value& field, Value value, PublishedField name) {

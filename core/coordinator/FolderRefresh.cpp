@@ -62,7 +62,7 @@ void ScannerViewModel::refreshFolder(const std::string& remoteID, const std::str
     }
     FileNode* folder = nodeAtPath(*done->root, folderPath);
     if (folder == nullptr || !folder->isDirectory() ||
-        foldersRefreshing_[remoteID].contains(folderPath)) {
+        run(remoteID).foldersRefreshing.contains(folderPath)) {
         return;
     }
     if (folder == done->root.get()) {
@@ -88,8 +88,8 @@ void ScannerViewModel::refreshFolder(const std::string& remoteID, const std::str
              .mimeType = mimeType ? std::optional<std::string>(*mimeType) : std::nullopt});
         parameters.listOneFolderAtATime = listsOneFolderAtATime(remoteID);
     }
-    foldersRefreshing_[remoteID].insert(folderPath);
-    folderRefreshErrors_.erase(remoteID);
+    run(remoteID).foldersRefreshing.insert(folderPath);
+    run(remoteID).folderRefreshError.reset();
     notify(PublishedField::folderRefreshes);
 
     const std::int64_t generation = currentLoadGeneration(remoteID);
@@ -128,16 +128,16 @@ void ScannerViewModel::refreshFolder(const std::string& remoteID, const std::str
 }
 
 void ScannerViewModel::finishFolderRefresh(const FolderRefreshResult& result) {
-    if (auto refreshing = foldersRefreshing_.find(result.remoteID);
-        refreshing != foldersRefreshing_.end()) {
-        refreshing->second.erase(result.folderPath);
-        if (refreshing->second.empty()) {
-            foldersRefreshing_.erase(refreshing);
-        }
+    const auto found = runs_.find(result.remoteID);
+    if (found == runs_.end()) {
+        // The account was removed meanwhile.
+        notify(PublishedField::folderRefreshes);
+        return;
     }
+    AccountRun& account = found->second;
+    account.foldersRefreshing.erase(result.folderPath);
     if (result.failure) {
-        folderRefreshErrors_[result.remoteID] =
-            ScanErrorInfo::from(result.failure, *result.account).message;
+        account.folderRefreshError = ScanErrorInfo::from(result.failure, *result.account).message;
     }
     const State pane = paneState(result.remoteID);
     const auto* done = pane.as<State::Done>();
@@ -179,11 +179,11 @@ void ScannerViewModel::finishFolderRefresh(const FolderRefreshResult& result) {
                                .savedDate = currentDate(),
                                .occupiedBytes = done->occupiedBytes,
                                .skippedFolders = std::move(skipped),
-                               .partial = partial},
+                               .partial = partial,
+                               .saveFailure = done->saveFailure},
                    result.remoteID);
-    if (const auto stem = lastScanCacheStemByRemoteID_.find(result.remoteID);
-        stem != lastScanCacheStemByRemoteID_.end()) {
-        saveTreeInBackground(*result.root, stem->second, "folder refresh", partial);
+    if (const auto& stem = account.cacheStem()) {
+        saveTreeInBackground(*result.root, *stem, "folder refresh", partial);
     }
     notify(PublishedField::folderRefreshes);
 }
@@ -191,14 +191,13 @@ void ScannerViewModel::finishFolderRefresh(const FolderRefreshResult& result) {
 const std::set<std::string>&
 ScannerViewModel::foldersRefreshing(const std::string& remoteID) const {
     static const std::set<std::string> none;
-    const auto found = foldersRefreshing_.find(remoteID);
-    return found == foldersRefreshing_.end() ? none : found->second;
+    const AccountRun* account = findRun(remoteID);
+    return account == nullptr ? none : account->foldersRefreshing;
 }
 
 std::optional<std::string> ScannerViewModel::folderRefreshError(const std::string& remoteID) const {
-    const auto found = folderRefreshErrors_.find(remoteID);
-    return found == folderRefreshErrors_.end() ? std::nullopt
-                                               : std::optional<std::string>(found->second);
+    const AccountRun* account = findRun(remoteID);
+    return account == nullptr ? std::nullopt : account->folderRefreshError;
 }
 
 } // namespace brimvale

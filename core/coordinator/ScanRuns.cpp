@@ -1,32 +1,18 @@
-// The scan engine of ScannerViewModel: the load decision's background half, live updates,
-// checkpoints, cancel and rescan.
+// The load of one account: superseding the account's run with a new one, and the run's
+// background half (the saved scan or a scan, then the result on the pane).
 #include "core/coordinator/CoordinatorInternals.h"
-#include "core/onboarding/CloudServiceCatalog.h"
 #include "core/persistence/cache/CacheRecord.h"
 #include "core/persistence/cache/CacheSnapshot.h"
-#include "core/persistence/cache/LocalScanCacheStem.h"
-#include "core/persistence/settings/ScanUISettings.h"
-#include "core/persistence/settings/SettingsKeys.h"
 #include "core/rclone/BrimvaleError.h"
-#include "core/rclone/GCSScanSettings.h"
-#include "core/rclone/ObjectStorageScanPrefix.h"
-#include "core/rclone/RcloneListingPrefetch.h"
 #include "core/support/MainQueue.h"
 #include "core/support/ScanDiagnostics.h"
-#include "core/support/SettingsStore.h"
 #include "core/support/Task.h"
 
 #include <cmath>
-#include <thread>
+#include <mutex>
 
 namespace brimvale {
 namespace {
-
-std::chrono::steady_clock::duration secondsDuration(double seconds) {
-    return std::chrono::duration_cast<std::chrono::steady_clock::duration>(
-        std::chrono::duration<double>(seconds));
-}
-
 // Progress from a scanning thread reaches the main thread as one posted job at a time: while a
 // job is queued, newer progress only replaces what it will deliver.
 struct ProgressMailbox {
@@ -43,67 +29,21 @@ struct SkippedFolderList {
 
 } // namespace
 
-void ScannerViewModel::markRemoteLoading(const std::string& remoteID) {
-    if (remoteIDsLoading_.insert(remoteID).second) {
-        notify(PublishedField::remoteIDsLoading);
-    }
-}
-
-void ScannerViewModel::unmarkRemoteLoading(const std::string& remoteID) {
-    if (remoteIDsLoading_.erase(remoteID) > 0) {
-        notify(PublishedField::remoteIDsLoading);
-    }
-}
-
-std::string ScannerViewModel::resolvedLocalScanPath(const std::string& remoteID) {
-    if (const auto found = localScanPathByRemoteID_.find(remoteID);
-        found != localScanPathByRemoteID_.end()) {
-        return found->second;
-    }
-    if (auto stored = options_.settings->stringValue(SettingsKeys::localScanPath(remoteID));
-        stored && !stored->empty()) {
-        localScanPathByRemoteID_[remoteID] = *stored;
-        return *stored;
-    }
-    return "/";
-}
-
-std::string ScannerViewModel::scanPath(const CloudStorageProvider& provider) {
-    const std::string id = provider.remoteID();
-    const std::string type = provider.rcloneType();
-    if (type == "local") {
-        return resolvedLocalScanPath(id);
-    }
-    std::optional<std::string> root;
-    if (type == "gcs") {
-        root = GCSScanSettings::storedBucket(*options_.settings, id);
-    } else if (type == "s3") {
-        root = ObjectStorageScanPrefix::storedS3Bucket(*options_.settings, id);
-    } else if (type == "azureblob") {
-        root = ObjectStorageScanPrefix::storedAzureContainer(*options_.settings, id);
-    }
-    return root.value_or("");
-}
-
-std::string ScannerViewModel::cacheStem(const CloudStorageProvider& provider,
-                                        const std::string& scanPath) const {
-    if (isLocalProvider(provider)) {
-        return LocalScanCacheStem::stem(provider.remoteID(), scanPath);
-    }
-    return provider.remoteID();
-}
-
-void ScannerViewModel::launchDetachedRemoteLoad(const ProviderRef& provider,
-                                                const std::string& remoteID,
-                                                std::int64_t generation, FileNodeRef seedOverride,
-                                                bool clearCacheFirst, const std::string& scanPath,
-                                                bool isLocal) {
+void ScannerViewModel::startLoad(const ProviderRef& provider, FileNodeRef seedOverride,
+                                 bool clearCacheFirst, const std::string& scanPath) {
+    const std::string remoteID = provider->remoteID();
+    const bool isLocal = isLocalProvider(*provider);
     const std::string stem = cacheStem(*provider, scanPath);
-    lastScanCacheStemByRemoteID_[remoteID] = stem;
-    // Every run's first progress and first partial tree reach the pane.
-    lastLiveUIPaneEmit_.erase(remoteID);
-    latestScanProgressByRemote_.erase(remoteID);
-    liveScanRootByRemote_.erase(remoteID);
+    AccountRun& account = run(remoteID);
+    const std::int64_t generation = takeNewGeneration();
+    // A load still running belongs to the run this one supersedes: it is stopped, not joined
+    // (it may be waiting for this thread); its end notice removes its task.
+    if (const auto previous = account.stop(generation)) {
+        if (const auto task = tasks_.find(*previous); task != tasks_.end()) {
+            task->second->cancel();
+        }
+    }
+    markRemoteLoading(remoteID);
     if (isLocal) {
         publish(showFullDiskAccessAdvisory_, false, PublishedField::showFullDiskAccessAdvisory);
     }
@@ -113,7 +53,7 @@ void ScannerViewModel::launchDetachedRemoteLoad(const ProviderRef& provider,
             performDetachedRemoteLoad(provider, remoteID, generation, seed, clearCacheFirst,
                                       scanPath, stem, isLocal, token);
         });
-    loadTasksByRemote_[remoteID] = RunningLoad{taskID, generation};
+    run(remoteID).start(taskID, stem);
 }
 
 void ScannerViewModel::performDetachedRemoteLoad(const ProviderRef& provider,
@@ -130,10 +70,8 @@ void ScannerViewModel::performDetachedRemoteLoad(const ProviderRef& provider,
         std::int64_t generation;
         ~Finish() {
             owner->postIfAlive([owner = owner, remoteID = remoteID, generation = generation] {
-                const auto load = owner->loadTasksByRemote_.find(remoteID);
-                if (load != owner->loadTasksByRemote_.end() &&
-                    load->second.generation == generation) {
-                    owner->loadTasksByRemote_.erase(load);
+                const auto account = owner->runs_.find(remoteID);
+                if (account != owner->runs_.end() && account->second.loadEnded(generation)) {
                     owner->unmarkRemoteLoading(remoteID);
                 }
             });
@@ -213,8 +151,7 @@ void ScannerViewModel::applyFailure(const ProviderRef& provider, const std::stri
     State state = notConfigured ? State(State::NeedsSetup{provider})
                                 : State(State::Error{ScanErrorInfo::from(failure, *provider)});
     postIfCurrent(remoteID, generation, [this, remoteID, state = std::move(state)] {
-        latestScanProgressByRemote_.erase(remoteID);
-        liveScanRootByRemote_.erase(remoteID);
+        run(remoteID).dropLiveBuffers();
         applyPaneState(state, remoteID);
     });
 }
@@ -235,7 +172,7 @@ void ScannerViewModel::runScanInBackground(const ProviderRef& provider, const st
 
     postIfCurrent(remoteID, generation, [this, remoteID] {
         const ScanProgress first{.stage = Stage::listing("Starting scan")};
-        latestScanProgressByRemote_[remoteID] = first;
+        run(remoteID).setProgress(first);
         applyPaneState(State::Scanning{first, nullptr}, remoteID);
     });
 
@@ -293,8 +230,8 @@ void ScannerViewModel::runScanInBackground(const ProviderRef& provider, const st
 
     // The snapshot is read here, before the tree is handed over; it is encoded and written
     // while the result is shown (waitForSavedScans waits for it).
-    writeSnapshotInBackground(std::make_shared<CacheSnapshot>(snapshotForCache(*root)), stem,
-                              "finished scan");
+    cacheWriter_->save(stem, std::make_shared<CacheSnapshot>(snapshotForCache(*root)),
+                       "finished scan");
     const std::optional<Date> savedDate = Date::fromUnixSeconds(
         std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count());
     std::optional<std::int64_t> occupied;
@@ -308,334 +245,18 @@ void ScannerViewModel::runScanInBackground(const ProviderRef& provider, const st
         skippedFolders = std::move(skipped->folders);
     }
     postIfCurrent(remoteID, generation,
-                  [this, remoteID, root, savedDate, occupied,
+                  [this, remoteID, root, savedDate, occupied, stem,
                    skippedFolders = std::move(skippedFolders)]() mutable {
-                      applyPaneState(
-                          State::Done{root, savedDate, occupied, std::move(skippedFolders)},
-                          remoteID);
-                      latestScanProgressByRemote_.erase(remoteID);
-                      liveScanRootByRemote_.erase(remoteID);
+                      // A save that failed already is shown at once; a later outcome comes
+                      // through noteSaveOutcome.
+                      applyPaneState(State::Done{.root = root,
+                                                 .savedDate = savedDate,
+                                                 .occupiedBytes = occupied,
+                                                 .skippedFolders = std::move(skippedFolders),
+                                                 .saveFailure = cacheWriter_->failure(stem)},
+                                     remoteID);
+                      run(remoteID).dropLiveBuffers();
                   });
-}
-
-void ScannerViewModel::receiveProgress(const std::string& remoteID, const ScanProgress& progress) {
-    latestScanProgressByRemote_[remoteID] = progress;
-    emitLiveStateIfDue(remoteID);
-}
-
-void ScannerViewModel::receivePartialTree(const std::string& remoteID, const FileNodeRef& root) {
-    liveScanRootByRemote_[remoteID] = root;
-    recordScanCheckpointIfDue(remoteID, root);
-    emitLiveStateIfDue(remoteID);
-}
-
-ScanProgress ScannerViewModel::latestProgress(const std::string& remoteID) const {
-    const auto progress = latestScanProgressByRemote_.find(remoteID);
-    return progress == latestScanProgressByRemote_.end() ? ScanProgress{} : progress->second;
-}
-
-bool ScannerViewModel::takeTurnIfDue(std::map<std::string, Clock::time_point>& lastTimes,
-                                     const std::string& remoteID, double intervalSeconds) {
-    const auto current = now();
-    const auto last = lastTimes.find(remoteID);
-    if (last != lastTimes.end() && current - last->second < secondsDuration(intervalSeconds)) {
-        return false;
-    }
-    lastTimes[remoteID] = current;
-    return true;
-}
-
-void ScannerViewModel::emitLiveStateIfDue(const std::string& remoteID) {
-    const ScanProgress progress = latestProgress(remoteID);
-    if (!takeTurnIfDue(lastLiveUIPaneEmit_, remoteID,
-                       ScanUISettings::adaptiveLiveRefreshInterval(progress.itemsScanned()))) {
-        return;
-    }
-    FileNodeRef liveRoot;
-    if (ScanUISettings::liveTreeDuringScan.load()) {
-        if (const auto root = liveScanRootByRemote_.find(remoteID);
-            root != liveScanRootByRemote_.end()) {
-            liveRoot = root->second;
-        }
-    }
-    applyPaneState(State::Scanning{progress, std::move(liveRoot)}, remoteID);
-}
-
-void ScannerViewModel::recordScanCheckpointIfDue(const std::string& remoteID,
-                                                 const FileNodeRef& root) {
-    const std::int64_t items = latestProgress(remoteID).itemsScanned();
-    if (!takeTurnIfDue(lastScanCheckpointTime_, remoteID,
-                       ScanUISettings::adaptiveCheckpointMinInterval(items))) {
-        return;
-    }
-    const auto stem = lastScanCacheStemByRemoteID_.find(remoteID);
-    if (stem == lastScanCacheStemByRemoteID_.end()) {
-        return;
-    }
-    saveTreeInBackground(*root, stem->second, "checkpoint", true);
-}
-
-std::shared_ptr<const CacheSnapshot> ScannerViewModel::saveTreeInBackground(const FileNode& root,
-                                                                            const std::string& stem,
-                                                                            const char* why,
-                                                                            bool partial) {
-    // The snapshot is taken here, on the main thread, which alone touches a live tree.
-    auto snapshot = std::make_shared<CacheSnapshot>(snapshotForCache(root));
-    snapshot->partial = partial;
-    if (partial) {
-        rollUpFolderSizes(*snapshot);
-    }
-    writeSnapshotInBackground(snapshot, stem, why);
-    return snapshot;
-}
-
-void ScannerViewModel::writeSnapshotInBackground(std::shared_ptr<const CacheSnapshot> snapshot,
-                                                 const std::string& stem, const char* why) {
-    cacheWriter_->save(stem, std::move(snapshot), why);
-}
-
-bool ScannerViewModel::waitForSavedScans(std::chrono::milliseconds timeout) {
-    return cacheWriter_->waitForAll(timeout);
-}
-
-std::shared_ptr<const CacheSnapshot> ScannerViewModel::stopLoad(const std::string& remoteID,
-                                                                bool keepPartialTree) {
-    std::shared_ptr<const CacheSnapshot> saved;
-    if (const auto load = loadTasksByRemote_.find(remoteID); load != loadTasksByRemote_.end()) {
-        if (const auto task = tasks_.find(load->second.taskID); task != tasks_.end()) {
-            // The task is not joined here: it may be waiting for this thread. Its end notice
-            // removes it.
-            task->second->cancel();
-        }
-        loadTasksByRemote_.erase(load);
-    }
-    invalidateLoadGeneration(remoteID);
-    if (keepPartialTree) {
-        FileNodeRef live;
-        const State pane = paneState(remoteID);
-        if (const auto root = liveScanRootByRemote_.find(remoteID);
-            root != liveScanRootByRemote_.end()) {
-            live = root->second;
-        } else if (const auto* scanning = pane.as<State::Scanning>()) {
-            live = scanning->liveRoot;
-        }
-        const auto stem = lastScanCacheStemByRemoteID_.find(remoteID);
-        if (live && stem != lastScanCacheStemByRemoteID_.end()) {
-            saved =
-                saveTreeInBackground(*live, stem->second, "partial tree of a stopped scan", true);
-        }
-    }
-    latestScanProgressByRemote_.erase(remoteID);
-    liveScanRootByRemote_.erase(remoteID);
-    unmarkRemoteLoading(remoteID);
-    return saved;
-}
-
-void ScannerViewModel::cancelScan() {
-    if (!activeProvider_) {
-        return;
-    }
-    const std::string id = activeProvider_->remoteID();
-    const auto saved = stopLoad(id, true);
-    if (!saved) {
-        applyPaneState(State::idle(), id);
-        return;
-    }
-    showStoppedTree(id, saved);
-}
-
-void ScannerViewModel::showStoppedTree(const std::string& remoteID,
-                                       std::shared_ptr<const CacheSnapshot> snapshot) {
-    // The pane shows what the stopped scan found, as it was saved: a tree of its own, built
-    // from the snapshot off the main thread, sorted like any finished tree (the live tree is
-    // not, and a merge job still queued may touch it). Selecting the account meanwhile opens
-    // the saved scan, which is the same tree.
-    const std::int64_t generation = nextLoadGeneration(remoteID);
-    applyPaneState(State::LoadingCache{remoteID, 0.0}, remoteID);
-    launchTask("show stopped " + remoteID,
-               [this, remoteID, generation, snapshot = std::move(snapshot)](std::stop_token) {
-                   auto tree = rebuildTree(*snapshot, {});
-                   if (tree) {
-                       finishRebuiltTree(**tree);
-                   }
-                   postIfCurrent(remoteID, generation, [this, remoteID, tree = std::move(tree)] {
-                       if (!tree) {
-                           applyPaneState(State::idle(), remoteID);
-                           return;
-                       }
-                       const auto now = std::chrono::system_clock::now().time_since_epoch();
-                       applyPaneState(State::Done{.root = *tree,
-                                                  .savedDate = Date::fromUnixSeconds(
-                                                      std::chrono::duration<double>(now).count()),
-                                                  .partial = true},
-                                      remoteID);
-                   });
-               });
-}
-
-void ScannerViewModel::cancelAllWork() {
-    terminateGuidedProcess();
-    stopWebConfigServer();
-    std::vector<std::string> loading;
-    for (const auto& [remoteID, load] : loadTasksByRemote_) {
-        loading.push_back(remoteID);
-    }
-    for (const auto& remoteID : loading) {
-        const bool wasScanning = paneState(remoteID).is<State::Scanning>();
-        stopLoad(remoteID, wasScanning);
-        if (wasScanning) {
-            applyPaneState(State::idle(), remoteID);
-        }
-    }
-    for (auto& [id, task] : tasks_) {
-        task->cancel();
-    }
-}
-
-void ScannerViewModel::rescan() {
-    if (!activeProvider_) {
-        return;
-    }
-    const ProviderRef provider = activeProvider_;
-    const std::string id = provider->remoteID();
-    const State shown = paneState(id);
-    FileNodeRef seed = shown.shownTree();
-    if (!seed) {
-        if (const auto live = liveScanRootByRemote_.find(id); live != liveScanRootByRemote_.end()) {
-            seed = live->second;
-        }
-    }
-    stopLoad(id, false);
-    const std::int64_t generation = nextLoadGeneration(id);
-    markRemoteLoading(id);
-    const bool isLocal = isLocalProvider(*provider);
-    launchDetachedRemoteLoad(provider, id, generation, std::move(seed), true, scanPath(*provider),
-                             isLocal);
-    syncPublishedStateToSelection();
-}
-
-void ScannerViewModel::rememberLocalScanPath(const std::string& remoteID,
-                                             const std::string& scanPath) {
-    localScanPathByRemoteID_[remoteID] = scanPath;
-    options_.settings->setString(SettingsKeys::localScanPath(remoteID), scanPath);
-}
-
-void ScannerViewModel::openAccount(const ProviderRef& provider, const OpenAccountRequest& request) {
-    if (!provider) {
-        return;
-    }
-    activate(provider);
-    const std::string id = provider->remoteID();
-    if (request.localScanPath) {
-        rememberLocalScanPath(id, *request.localScanPath);
-    }
-    if (request.listOneFolderAtATime) {
-        listingModeOverrideByRemote_[id] = *request.listOneFolderAtATime;
-    }
-    if (request.rescan) {
-        rescan();
-        return;
-    }
-    stopLoad(id, false);
-    const std::int64_t generation = nextLoadGeneration(id);
-    markRemoteLoading(id);
-    launchDetachedRemoteLoad(provider, id, generation, nullptr, false, scanPath(*provider),
-                             isLocalProvider(*provider));
-    syncPublishedStateToSelection();
-}
-
-void ScannerViewModel::confirmLocalDiskScan(const std::string& remoteID,
-                                            const std::string& scanPath) {
-    publish(showLocalVolumePicker_, false, PublishedField::showLocalVolumePicker);
-    publish(pendingLocalDiskPickerRemoteID_, std::optional<std::string>(),
-            PublishedField::pendingLocalDiskPickerRemoteID);
-    rememberLocalScanPath(remoteID, scanPath);
-    const ProviderRef chosen = provider(remoteID);
-    if (!chosen) {
-        return;
-    }
-    // Another volume replaces whatever this account was loading.
-    stopLoad(remoteID, false);
-    const std::int64_t generation = nextLoadGeneration(remoteID);
-    markRemoteLoading(remoteID);
-    launchDetachedRemoteLoad(chosen, remoteID, generation, nullptr, false, scanPath, true);
-}
-
-void ScannerViewModel::cancelLocalDiskScanPicker() {
-    const std::optional<std::string> pending = pendingLocalDiskPickerRemoteID_;
-    publish(showLocalVolumePicker_, false, PublishedField::showLocalVolumePicker);
-    publish(pendingLocalDiskPickerRemoteID_, std::optional<std::string>(),
-            PublishedField::pendingLocalDiskPickerRemoteID);
-    std::optional<std::string> target = pending;
-    if (!target && activeProvider_) {
-        target = activeProvider_->remoteID();
-    }
-    // Closing the picker changes nothing that was there: a finished tree stays on screen.
-    if (target && !paneState(*target).is<State::Done>()) {
-        applyPaneState(State::idle(), *target);
-    }
-}
-
-bool ScannerViewModel::listsOneFolderAtATime(const std::string& remoteID) const {
-    if (const auto chosen = listingModeOverrideByRemote_.find(remoteID);
-        chosen != listingModeOverrideByRemote_.end()) {
-        return chosen->second;
-    }
-    return options_.settings->boolValue(SettingsKeys::listOneFolderAtATime(remoteID))
-        .value_or(false);
-}
-
-void ScannerViewModel::setListsOneFolderAtATime(const std::string& remoteID, bool oneAtATime) {
-    listingModeOverrideByRemote_.erase(remoteID);
-    if (oneAtATime) {
-        options_.settings->setBool(SettingsKeys::listOneFolderAtATime(remoteID), true);
-    } else {
-        options_.settings->remove(SettingsKeys::listOneFolderAtATime(remoteID));
-    }
-}
-
-std::optional<std::pair<std::string, bool>>
-ScannerViewModel::listingOfLastScan(const std::string& remoteID) const {
-    // What the account was at its last scan: its backend type and whether it lists trees in
-    // one go, as the adapter keeps them.
-    const auto known =
-        options_.settings->stringValue(SettingsKeys::recursiveListingFeature(remoteID));
-    const auto equals = known ? known->rfind('=') : std::string::npos;
-    if (equals == std::string::npos || equals == 0 || known->starts_with("local=")) {
-        return std::nullopt;
-    }
-    return std::pair{known->substr(0, equals), known->substr(equals + 1) == "yes"};
-}
-
-void ScannerViewModel::startListingEarly(const std::string& remoteID) {
-    if (listsOneFolderAtATime(remoteID)) {
-        return;
-    }
-    const auto last = listingOfLastScan(remoteID);
-    if (!last) {
-        return;
-    }
-    auto made = CloudServiceCatalog::adapter(
-        {.remoteName = remoteID, .rcloneType = last->first},
-        {.rclone = {.runner = options_.runner, .settings = options_.settings}});
-    const auto* account = dynamic_cast<const RcloneAdapter*>(made.get());
-    if (account == nullptr) {
-        return;
-    }
-    RcloneListingPrefetch::shared().start(
-        options_.runner,
-        account->recursiveLsjsonArguments(remoteID + ":" + scanPath(*made), last->second));
-}
-
-ProviderRef ScannerViewModel::accountKnownFromLastScan(const std::string& remoteID) {
-    const auto last = listingOfLastScan(remoteID);
-    if (!last) {
-        return nullptr;
-    }
-    // Taken as configured: a remote deleted since makes the listing fail as not configured,
-    // which the scan reports as such.
-    return makeProvider(
-        {.remoteName = remoteID, .rcloneType = last->first, .section = RemoteConfigSection{}});
 }
 
 } // namespace brimvale

@@ -46,6 +46,9 @@ public:
         std::vector<SkippedFolder> skippedFolders;
         // The saved tree of a scan that did not finish (stopped, or cut short).
         bool partial = false;
+        // Why this tree could not be saved (a full disk, a read-only or missing cache folder):
+        // the next start will not find it.
+        std::optional<std::string> saveFailure;
     };
     struct Error {
         ScanErrorInfo info;

@@ -1,6 +1,8 @@
 #pragma once
 
 #include "core/coordinator/AccountDirectory.h"
+#include "core/coordinator/AccountOnboarding.h"
+#include "core/coordinator/AccountRun.h"
 #include "core/coordinator/PublishedField.h"
 #include "core/coordinator/ScannerState.h"
 #include "core/local/LocalScanOptions.h"
@@ -27,8 +29,6 @@ namespace brimvale {
 struct CacheSnapshot;
 
 class MainQueue;
-class RcloneGuidedProcessBox;
-class RcloneWebConfigServer;
 class SettingsStore;
 class Task;
 
@@ -99,25 +99,35 @@ public:
         return pendingLocalDiskPickerRemoteID_;
     }
 
-    // Onboarding (published).
-    const std::optional<std::string>& webConfigURL() const { return webConfigURL_; }
-    bool showWebConfigSheet() const { return showWebConfigSheet_; }
-    bool isGuidedConnectRunning() const { return isGuidedConnectRunning_; }
-    const std::optional<std::string>& oauthBrowserURL() const { return oauthBrowserURL_; }
-    const std::optional<std::string>& mainFlowSignInURL() const { return mainFlowSignInURL_; }
-    const std::optional<std::string>& addAccountWebURL() const { return addAccountWebURL_; }
-    bool isPresentingAddAccount() const { return isPresentingAddAccount_; }
-    bool addAccountGuidedRunning() const { return addAccountGuidedRunning_; }
-    const std::optional<std::string>& addAccountError() const { return addAccountError_; }
-    const std::optional<std::string>& addAccountSignInURL() const { return addAccountSignInURL_; }
+    // Onboarding (published by onboarding()).
+    const std::optional<std::string>& webConfigURL() const { return onboarding_->webConfigURL(); }
+    bool showWebConfigSheet() const { return onboarding_->showWebConfigSheet(); }
+    bool isGuidedConnectRunning() const { return onboarding_->isGuidedConnectRunning(); }
+    const std::optional<std::string>& oauthBrowserURL() const {
+        return onboarding_->oauthBrowserURL();
+    }
+    const std::optional<std::string>& mainFlowSignInURL() const {
+        return onboarding_->mainFlowSignInURL();
+    }
+    const std::optional<std::string>& addAccountWebURL() const {
+        return onboarding_->addAccountWebURL();
+    }
+    bool isPresentingAddAccount() const { return onboarding_->isPresentingAddAccount(); }
+    bool addAccountGuidedRunning() const { return onboarding_->addAccountGuidedRunning(); }
+    const std::optional<std::string>& addAccountError() const {
+        return onboarding_->addAccountError();
+    }
+    const std::optional<std::string>& addAccountSignInURL() const {
+        return onboarding_->addAccountSignInURL();
+    }
     const std::optional<std::string>& addAccountPendingRemoteName() const {
-        return addAccountPendingRemoteName_;
+        return onboarding_->addAccountPendingRemoteName();
     }
     const std::optional<std::string>& addAccountPendingRcloneType() const {
-        return addAccountPendingRcloneType_;
+        return onboarding_->addAccountPendingRcloneType();
     }
     const std::optional<NativeCredentialOnboardingKind>& addAccountPendingNativeKind() const {
-        return addAccountPendingNativeKind_;
+        return onboarding_->addAccountPendingNativeKind();
     }
 
     // The last state of an account, shown or not (the sidebar's glance); idle when none.
@@ -195,6 +205,9 @@ public:
     // Waits (up to `timeout`) until the checkpoint and cancel-time cache writes queued so far
     // are on disk; true when they all finished.
     bool waitForSavedScans(std::chrono::milliseconds timeout);
+    // Why the last save of the account's tree failed (a full disk, a read-only or missing
+    // cache folder); none when it succeeded. Up to date once waitForSavedScans returned.
+    std::optional<std::string> savedScanFailure(const std::string& remoteID) const;
     // True while any load, scan or refresh of this object still runs (cancelled ones
     // included, until they have ended).
     bool hasBackgroundWork() const;
@@ -208,72 +221,95 @@ public:
     bool canAddAnotherAccount(const CloudStorageProvider& provider) const;
     bool sidebarRemoteShowsInMainList(const CloudStorageProvider& provider) const;
 
-    // Adding and connecting accounts. Operations that run rclone return at once and finish in
-    // the background; `onFinished` (where taken) runs on the main thread when they are done,
-    // with whether they succeeded. Every one of them first ends a guided rclone step still
-    // running, except where noted.
-    // Opens the add-account sheet with nothing chosen.
-    void beginAddAccount();
-    // Proposes a free remote name for the service and says which form, if any, it uses.
-    void addAccountPickService(const CloudServiceDefinition& definition);
-    // Creates the remote through rclone's guided configuration (sign-in in the browser); on
-    // success closes the sheet and selects the new account, which starts its first scan.
+    // Adding and connecting accounts: the views' entry points into AccountOnboarding, which
+    // says what each does.
+    AccountOnboarding& onboarding() { return *onboarding_; }
+    void beginAddAccount() { onboarding_->beginAddAccount(); }
+    void addAccountPickService(const CloudServiceDefinition& definition) {
+        onboarding_->addAccountPickService(definition);
+    }
     void runAddAccountGuidedFlow(const std::string& remoteName, const std::string& rcloneType,
-                                 std::function<void(bool)> onFinished = {});
-    void retryAddAccountOAuthFlow(std::function<void(bool)> onFinished = {});
-    // Starts the web configuration helper for the sheet (addAccountWebURL).
-    void openAddAccountAdvancedWebUI();
-    // The user finished in the web helper: closes the sheet, selects the pending account.
-    void completeAddAccount();
-    // A native form was saved: closes the sheet and selects `remoteName`.
-    void completeNativeAddAccount(const std::string& remoteName);
-    // Closes the sheet; a remote this flow created and never finished is deleted again.
-    void cancelAddAccount();
-    // The native credential forms: validate, write the remote, store its scan root. A refused
-    // form sets addAccountError to the form's message.
+                                 std::function<void(bool)> onFinished = {}) {
+        onboarding_->runAddAccountGuidedFlow(remoteName, rcloneType, std::move(onFinished));
+    }
+    void retryAddAccountOAuthFlow(std::function<void(bool)> onFinished = {}) {
+        onboarding_->retryAddAccountOAuthFlow(std::move(onFinished));
+    }
+    void openAddAccountAdvancedWebUI() { onboarding_->openAddAccountAdvancedWebUI(); }
+    void completeAddAccount() { onboarding_->completeAddAccount(); }
+    void completeNativeAddAccount(const std::string& remoteName) {
+        onboarding_->completeNativeAddAccount(remoteName);
+    }
+    void cancelAddAccount() { onboarding_->cancelAddAccount(); }
     void applyS3AwsNativeCredentials(const std::string& remoteName, S3AwsCredentialFields fields,
-                                     std::function<void(bool)> onFinished = {});
+                                     std::function<void(bool)> onFinished = {}) {
+        onboarding_->applyS3AwsNativeCredentials(remoteName, std::move(fields),
+                                                 std::move(onFinished));
+    }
     void applyS3CloudflareR2NativeCredentials(const std::string& remoteName,
                                               CloudflareR2CredentialFields fields,
-                                              std::function<void(bool)> onFinished = {});
+                                              std::function<void(bool)> onFinished = {}) {
+        onboarding_->applyS3CloudflareR2NativeCredentials(remoteName, std::move(fields),
+                                                          std::move(onFinished));
+    }
     void applyGCSNativeCredentials(const std::string& remoteName, GCSCredentialFields fields,
-                                   std::function<void(bool)> onFinished = {});
+                                   std::function<void(bool)> onFinished = {}) {
+        onboarding_->applyGCSNativeCredentials(remoteName, std::move(fields),
+                                               std::move(onFinished));
+    }
     void applyAzureBlobNativeCredentials(const std::string& remoteName,
                                          AzureBlobCredentialFields fields,
-                                         std::function<void(bool)> onFinished = {});
+                                         std::function<void(bool)> onFinished = {}) {
+        onboarding_->applyAzureBlobNativeCredentials(remoteName, std::move(fields),
+                                                     std::move(onFinished));
+    }
     void applyFTPNativeCredentials(const std::string& remoteName, FTPCredentialFields fields,
-                                   std::function<void(bool)> onFinished = {});
+                                   std::function<void(bool)> onFinished = {}) {
+        onboarding_->applyFTPNativeCredentials(remoteName, std::move(fields),
+                                               std::move(onFinished));
+    }
     void applySFTPNativeCredentials(const std::string& remoteName, SFTPCredentialFields fields,
-                                    std::function<void(bool)> onFinished = {});
-    // The form of `fields`'s type: one of the six operations above.
+                                    std::function<void(bool)> onFinished = {}) {
+        onboarding_->applySFTPNativeCredentials(remoteName, std::move(fields),
+                                                std::move(onFinished));
+    }
     void applyNativeCredentials(const std::string& remoteName, const NativeCredentialFields& fields,
-                                std::function<void(bool)> onFinished = {});
-    // Another account of the provider's type: a guided type signs in at once under a free
-    // name; a form type opens the sheet on its form.
-    void beginAddAnotherAccount(const ProviderRef& provider);
-    // Signs an existing account in (first connection, or again after a failure). The pane shows
-    // needsSetup while the sign-in runs and error when it cannot run.
-    void beginGuidedConnect(const ProviderRef& provider, std::function<void(bool)> onFinished = {});
-    void beginReconnect(const ProviderRef& provider, std::function<void(bool)> onFinished = {});
-    // After a successful sign-in: refreshes the accounts and selects the account (a scan).
-    void completeConnectAfterGuided(const std::string& remoteID);
-    // Starts the web helper for an account and shows its sheet (webConfigURL).
-    void openFullWebConfigOnly(const ProviderRef& provider);
-    void presentEmbeddedWebConfigPanel(const ProviderRef& provider);
-    // Closes the web helper's sheet and stops the helper (it must not outlive its use).
-    void dismissWebConfigSheet();
-    void finishSetup(const ProviderRef& provider);
-    void cancelSetup(const ProviderRef& provider);
-    void acknowledgeOAuthBrowserOpened();
-    // Whether the remote name can be used for a new account; the reason when not.
-    std::optional<std::string> remoteNameProblem(const std::string& remoteName) const;
+                                std::function<void(bool)> onFinished = {}) {
+        onboarding_->applyNativeCredentials(remoteName, fields, std::move(onFinished));
+    }
+    void beginAddAnotherAccount(const ProviderRef& provider) {
+        onboarding_->beginAddAnotherAccount(provider);
+    }
+    void beginGuidedConnect(const ProviderRef& provider,
+                            std::function<void(bool)> onFinished = {}) {
+        onboarding_->beginGuidedConnect(provider, std::move(onFinished));
+    }
+    void beginReconnect(const ProviderRef& provider, std::function<void(bool)> onFinished = {}) {
+        onboarding_->beginReconnect(provider, std::move(onFinished));
+    }
+    void completeConnectAfterGuided(const std::string& remoteID) {
+        onboarding_->completeConnectAfterGuided(remoteID);
+    }
+    void openFullWebConfigOnly(const ProviderRef& provider) {
+        onboarding_->openFullWebConfigOnly(provider);
+    }
+    void presentEmbeddedWebConfigPanel(const ProviderRef& provider) {
+        onboarding_->presentEmbeddedWebConfigPanel(provider);
+    }
+    void dismissWebConfigSheet() { onboarding_->dismissWebConfigSheet(); }
+    void finishSetup(const ProviderRef& provider) { onboarding_->finishSetup(provider); }
+    void cancelSetup(const ProviderRef& provider) { onboarding_->cancelSetup(provider); }
+    void acknowledgeOAuthBrowserOpened() { onboarding_->acknowledgeOAuthBrowserOpened(); }
+    std::optional<std::string> remoteNameProblem(const std::string& remoteName) const {
+        return onboarding_->remoteNameProblem(remoteName);
+    }
 
     // The adapter of the account list and configuration commands.
     const RcloneAdapter& addAccountHelper() const { return addAccountHelper_; }
     const std::shared_ptr<SettingsStore>& settings() const { return options_.settings; }
 
 private:
-    struct RunningLoad;
+    friend class AccountOnboarding;
     struct FolderRefreshResult {
         ProviderRef account;
         std::string remoteID;
@@ -291,10 +327,17 @@ private:
     void notify(PublishedField field);
     template <class Value> void publish(Value& field, Value value, PublishedField name);
 
+    // A generation no run of any account has had.
+    std::int64_t takeNewGeneration();
+    // The account's record, made when it has none; or the record, when there is one.
+    AccountRun& run(const std::string& remoteID);
+    const AccountRun* findRun(const std::string& remoteID) const;
+    // The account's pane shows the idle page again (a fresh start after a sign-in).
+    void forgetPane(const std::string& remoteID);
+
     // Background work.
     std::uint64_t launchTask(const std::string& label, std::function<void(std::stop_token)> body);
     void taskEnded(std::uint64_t taskID);
-    void retireTask(const std::string& remoteID);
     void postIfAlive(std::function<void()> job) const;
     void postIfCurrent(const std::string& remoteID, std::int64_t generation,
                        std::function<void()> job) const;
@@ -304,9 +347,9 @@ private:
     void unmarkRemoteLoading(const std::string& remoteID);
     std::string cacheStem(const CloudStorageProvider& provider, const std::string& scanPath) const;
     std::string resolvedLocalScanPath(const std::string& remoteID);
-    void launchDetachedRemoteLoad(const ProviderRef& provider, const std::string& remoteID,
-                                  std::int64_t generation, FileNodeRef seedOverride,
-                                  bool clearCacheFirst, const std::string& scanPath, bool isLocal);
+    // Supersedes the account's run with a new one that loads it; what every start does.
+    void startLoad(const ProviderRef& provider, FileNodeRef seedOverride, bool clearCacheFirst,
+                   const std::string& scanPath);
     void performDetachedRemoteLoad(const ProviderRef& provider, const std::string& remoteID,
                                    std::int64_t generation, FileNodeRef seedOverride,
                                    bool clearCacheFirst, const std::string& scanPath,
@@ -323,18 +366,15 @@ private:
     void emitLiveStateIfDue(const std::string& remoteID);
     // The newest progress of the account's scan (zero counts before the first).
     ScanProgress latestProgress(const std::string& remoteID) const;
-    // True, and the time noted, when `intervalSeconds` have passed since the account's last turn
-    // in `lastTimes` (or it never had one).
-    bool takeTurnIfDue(std::map<std::string, Clock::time_point>& lastTimes,
-                       const std::string& remoteID, double intervalSeconds);
     void recordScanCheckpointIfDue(const std::string& remoteID, const FileNodeRef& root);
     // `partial`: the tree of a scan that has not finished (a checkpoint, a stopped scan).
     // Returns the snapshot it queued.
     std::shared_ptr<const CacheSnapshot> saveTreeInBackground(const FileNode& root,
                                                               const std::string& stem,
                                                               const char* why, bool partial);
-    void writeSnapshotInBackground(std::shared_ptr<const CacheSnapshot> snapshot,
-                                   const std::string& stem, const char* why);
+    // On the main thread after each write: a finished tree on a pane learns whether it was
+    // saved.
+    void noteSaveOutcome(const std::string& stem, const std::optional<std::string>& failure);
     // Stops the account's load; with `keepPartialTree`, saves its live tree and returns the
     // snapshot saved (none when there was no live tree).
     std::shared_ptr<const CacheSnapshot> stopLoad(const std::string& remoteID,
@@ -354,21 +394,9 @@ private:
                                                 std::stop_token stopToken);
     void repairAliasedRcloneProviderTypesIfNeeded(const std::vector<AliasedTypeRepair>& pairs,
                                                   std::stop_token stopToken);
+    // Stops the account's load and drops its record.
     void forgetAccount(const std::string& remoteID);
     void activate(const ProviderRef& provider);
-    // Onboarding internals.
-    void terminateGuidedProcess();
-    std::shared_ptr<RcloneGuidedProcessBox> freshProcessBox();
-    void stopWebConfigServer();
-    std::optional<std::string> startWebConfigServer(std::string& failure);
-    void resetAddAccountFields();
-    void runGuidedConnect(const ProviderRef& provider, bool reconnect,
-                          std::function<void(bool)> onFinished);
-    void applyNativeCredentials(
-        const std::string& remoteName,
-        std::function<void(const RcloneAdapter&, SettingsStore&, std::stop_token)> apply,
-        std::function<void(bool)> onFinished);
-    void refreshThenSelect(const std::string& remoteID);
     void rememberLocalScanPath(const std::string& remoteID, const std::string& scanPath);
 
     ScannerViewModelOptions options_;
@@ -392,43 +420,15 @@ private:
     bool showLocalVolumePicker_ = false;
     std::optional<std::string> pendingLocalDiskPickerRemoteID_;
 
-    std::optional<std::string> webConfigURL_;
-    bool showWebConfigSheet_ = false;
-    bool isGuidedConnectRunning_ = false;
-    std::optional<std::string> oauthBrowserURL_;
-    std::optional<std::string> mainFlowSignInURL_;
-    std::optional<std::string> addAccountWebURL_;
-    bool isPresentingAddAccount_ = false;
-    bool addAccountGuidedRunning_ = false;
-    std::optional<std::string> addAccountError_;
-    std::optional<std::string> addAccountSignInURL_;
-    std::optional<std::string> addAccountPendingRemoteName_;
-    std::optional<std::string> addAccountPendingRcloneType_;
-    std::optional<NativeCredentialOnboardingKind> addAccountPendingNativeKind_;
-
     // Internal.
-    std::shared_ptr<RcloneGuidedProcessBox> guidedProcessBox_;
-    // The process box of the guided connect that set isGuidedConnectRunning_.
-    std::shared_ptr<RcloneGuidedProcessBox> guidedConnectBox_;
-    std::unique_ptr<RcloneWebConfigServer> webConfigServer_;
-    // A remote the add-account flow created and has not finished; deleted on cancel.
-    std::optional<std::string> addAccountCreatedRemote_;
-    std::map<std::string, RunningLoad> loadTasksByRemote_;
-    std::map<std::string, State> paneStatesByRemote_;
-    std::map<std::string, std::int64_t> loadGenerationByRemote_;
-    std::map<std::string, ScanProgress> latestScanProgressByRemote_;
-    std::map<std::string, FileNodeRef> liveScanRootByRemote_;
-    std::map<std::string, Clock::time_point> lastLiveUIPaneEmit_;
-    std::map<std::string, Clock::time_point> lastScanCheckpointTime_;
-    std::map<std::string, std::string> localScanPathByRemoteID_;
-    // Folders being refreshed, and the last refresh failure, by account id.
-    std::map<std::string, std::set<std::string>> foldersRefreshing_;
-    std::map<std::string, std::string> folderRefreshErrors_;
-    // Listing modes chosen for this session (brimvale-cli scan --per-folder), by account id.
-    std::map<std::string, bool> listingModeOverrideByRemote_;
-    std::map<std::string, std::string> lastScanCacheStemByRemoteID_;
+    std::map<std::string, AccountRun> runs_; // by account id
+    // The last generation given to a run of any account: a generation is never used twice, so
+    // a job of a removed account's run can never pass for one of a later account of the name.
+    std::int64_t lastGeneration_ = 0;
     std::map<std::uint64_t, std::unique_ptr<Task>> tasks_;
     std::uint64_t nextTaskID_ = 1;
+    // Set by the destructor: nothing new starts.
+    bool shuttingDown_ = false;
     int refreshInFlight_ = 0;
     std::uint64_t latestRefreshNumber_ = 0;
     bool newestRefreshEnded_ = true;
@@ -437,6 +437,7 @@ private:
     bool accountListPublished_ = false;
     std::optional<std::string> accountListError_;
     std::set<std::string> placeholderIDs_;
+    std::unique_ptr<AccountOnboarding> onboarding_;
     // Declared last: destroyed first of the members, after the tasks were joined, it writes
     // what is still queued.
     std::unique_ptr<ScanCacheWriter> cacheWriter_;

@@ -28,6 +28,8 @@
 #include <QTreeWidget>
 #include <gtest/gtest.h>
 
+#include <filesystem>
+
 namespace brimvale {
 namespace {
 
@@ -221,6 +223,43 @@ TEST_F(FinishedTreeWindowTest, UnreadableFoldersBadgeOpensTheListAndAPartialScan
     const FileNodeRef clean = finished(folder("photos", {file("other.bin", 10)}));
     viewModel->applyPaneState(ScannerState::Done{.root = clean}, "photos");
     ASSERT_TRUE(pumpUntil([this] { return !page()->skippedBadge()->isVisibleTo(page()); }));
+}
+
+TEST_F(FinishedTreeWindowTest, AScanThatCouldNotBeSavedWarnsOnItsPaneUntilASaveSucceeds) {
+    auto photos = script("photos");
+    makeViewModel();
+    refresh();
+    makeWindow();
+    // A file where the cache folder should be: no save can succeed.
+    std::filesystem::remove_all(cacheFolder.path());
+    testing::writeFile(cacheFolder.path(), "");
+    const FileNodeRef tree = finished(folder("photos", {file("big.bin", 4'000'000)}));
+    scanToDone(photos, tree);
+    ASSERT_TRUE(pumpUntil([this] { return !page()->cacheBadge()->saveFailure().isEmpty(); }));
+    EXPECT_TRUE(page()->cacheBadge()->isVisible());
+    EXPECT_EQ(page()->cacheBadge()->dateLabel()->text(), "Not saved");
+    EXPECT_TRUE(page()->cacheBadge()->dateLabel()->toolTip().contains("Not a directory"))
+        << page()->cacheBadge()->dateLabel()->toolTip().toStdString();
+    EXPECT_TRUE(viewModel->savedScanFailure("photos"));
+
+    // Dismissed, then the folder is back and a rescan saves: the warning is gone.
+    QTest::mouseClick(page()->cacheBadge()->closeButton(), Qt::LeftButton);
+    EXPECT_FALSE(page()->cacheBadge()->isVisible());
+    std::filesystem::remove(cacheFolder.path());
+    std::filesystem::create_directories(cacheFolder.path());
+    const int before = photos->scansStarted();
+    viewModel->rescan();
+    ASSERT_TRUE(photos->waitForScans(before + 1));
+    const FileNodeRef again = finished(folder("photos", {file("big.bin", 5'000'000)}));
+    photos->push(ScriptedProvider::Finish{again});
+    ASSERT_TRUE(viewModel->waitForSavedScans(20s));
+    ASSERT_TRUE(pumpUntil([&] {
+        const auto* done = viewModel->state().as<ScannerState::Done>();
+        return done != nullptr && done->root == again && !done->saveFailure;
+    }));
+    EXPECT_TRUE(page()->cacheBadge()->saveFailure().isEmpty());
+    EXPECT_FALSE(viewModel->savedScanFailure("photos"));
+    EXPECT_TRUE(std::filesystem::exists(cacheFolder.path() / "photos.cache"));
 }
 
 TEST_F(FinishedTreeWindowTest, RescanThisFolderShowsItBusyKeepsThePathAndReportsAFailure) {

@@ -3,6 +3,8 @@
 #include "core/support/MainQueue.h"
 #include "core/support/Task.h"
 
+#include <algorithm>
+
 namespace brimvale::testing {
 
 bool ScriptedProvider::isConfigured(std::stop_token) {
@@ -16,6 +18,7 @@ FileNodeRef ScriptedProvider::scan(const ScanParameters& parameters) {
         index = static_cast<int>(paths_.size());
         paths_.push_back(parameters.path);
         seeds_.push_back(parameters.seedRoot);
+        running_.emplace(index, parameters.stopToken);
     }
     changed_.notify_all();
     struct Unplayed {
@@ -26,6 +29,7 @@ FileNodeRef ScriptedProvider::scan(const ScanParameters& parameters) {
                 std::lock_guard lock(self->mutex_);
                 self->pendingSteps_ -= static_cast<int>(self->steps_[index].size());
                 self->steps_.erase(index);
+                self->running_.erase(index);
             }
             self->changed_.notify_all();
         }
@@ -85,6 +89,13 @@ void ScriptedProvider::pushTo(int scanIndex, Step step) {
         ++pendingSteps_;
     }
     changed_.notify_all();
+}
+
+int ScriptedProvider::runningUnstopped() const {
+    std::lock_guard lock(mutex_);
+    return static_cast<int>(std::count_if(running_.begin(), running_.end(), [](const auto& scan) {
+        return !scan.second.stop_requested();
+    }));
 }
 
 int ScriptedProvider::scansStarted() const {

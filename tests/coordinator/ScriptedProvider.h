@@ -64,6 +64,9 @@ public:
     // The path and seed of each scan, in order.
     std::vector<std::string> scannedPaths() const;
     std::vector<FileNodeRef> seeds() const;
+    // Scans still running whose stop was not asked for: one at most while the coordinator keeps
+    // its runs apart.
+    int runningUnstopped() const;
     // Waits until `count` scans have started.
     bool waitForScans(int count, std::chrono::milliseconds timeout = std::chrono::seconds(10));
     // Waits until every pushed step has been played.
@@ -85,6 +88,7 @@ private:
     int pendingSteps_ = 0;
     std::vector<std::string> paths_;
     std::vector<FileNodeRef> seeds_;
+    std::map<int, std::stop_token> running_; // by scan index
     bool playing_ = false;
 };
 

@@ -210,8 +210,12 @@ testing::ProgramResult runAsOrdinaryUser(TemporaryTree& tree, std::vector<std::s
                                    std::filesystem::copy_options::overwrite_existing);
         tree.setMode(copy.substr(tree.root().size() + 1), 0755);
         arguments.front() = copy;
+        // A cache folder the user can write: a scan whose result cannot be saved fails.
+        tree.folder("cache", 0777);
+        tree.setMode("cache", 0777);
         arguments.insert(arguments.begin(),
-                         {"setpriv", "--reuid=nobody", "--regid=nogroup", "--clear-groups"});
+                         {"setpriv", "--reuid=nobody", "--regid=nogroup", "--clear-groups", "env",
+                          "XDG_CACHE_HOME=" + tree.location("cache")});
     }
     return runProgram(arguments);
 }

@@ -109,7 +109,8 @@ std::string ScanCache::pathFor(std::string_view stem, std::string_view suffix) c
     return path;
 }
 
-void ScanCache::write(std::span<const std::uint8_t> data, std::string_view stem) {
+std::optional<std::string> ScanCache::write(std::span<const std::uint8_t> data,
+                                            std::string_view stem) {
     std::lock_guard lock(mutex_);
     const std::string fileName = fileNameFor(stem);
     try {
@@ -120,8 +121,10 @@ void ScanCache::write(std::span<const std::uint8_t> data, std::string_view stem)
         makeDirectories(directory_);
         writeFileAtomically(pathFor(stem, kCurrentSuffix), data, 0600);
         logLocked("Saved " + std::to_string(data.size()) + " bytes \u2192 " + fileName);
+        return std::nullopt;
     } catch (const std::exception& error) {
         logLocked(std::string("Save failed: ") + error.what());
+        return error.what();
     }
 }
 

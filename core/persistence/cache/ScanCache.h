@@ -37,8 +37,9 @@ public:
     std::string logPath() const { return directory_ + "/cache.log"; }
 
     // Replaces the key's .cache file with `data`, then logs "Saved N bytes → <file>". A failure
-    // is only logged ("Save failed: …"), never thrown: the previous file stays.
-    void write(std::span<const std::uint8_t> data, std::string_view stem);
+    // is logged ("Save failed: …") and returned as its reason, never thrown: the previous file
+    // stays.
+    std::optional<std::string> write(std::span<const std::uint8_t> data, std::string_view stem);
     // The key's .cache file, else its .json one: the first that can be read (a regular file),
     // with its modification time. A file under a hashed stem counts as none unless it can be
     // read and its stored key is this one (two keys may share a stem); its bytes are then the

@@ -9,8 +9,9 @@
 
 namespace brimvale {
 
-ScanCacheWriter::ScanCacheWriter(std::shared_ptr<ScanCache> cache)
+ScanCacheWriter::ScanCacheWriter(std::shared_ptr<ScanCache> cache, WriteListener onWritten)
     : cache_(std::move(cache))
+    , onWritten_(std::move(onWritten))
     , thread_([this] { run(); }) {}
 
 ScanCacheWriter::~ScanCacheWriter() {
@@ -45,6 +46,7 @@ void ScanCacheWriter::dropAndWait(std::unique_lock<std::mutex>& lock, Matches ma
     }
     std::erase_if(order_, [&](const std::string& stem) { return matches(stem); });
     changed_.wait(lock, [&] { return !busy_ || !matches(writing_); });
+    std::erase_if(failures_, [&](const auto& failed) { return matches(failed.first); });
 }
 
 void ScanCacheWriter::clear(const std::string& stem) {
@@ -76,6 +78,15 @@ bool ScanCacheWriter::waitForAll(std::chrono::milliseconds timeout) {
     return changed_.wait_for(lock, timeout, [&] { return order_.empty() && !busy_; });
 }
 
+std::optional<std::string> ScanCacheWriter::failure(const std::string& stem) const {
+    std::lock_guard lock(mutex_);
+    const auto found = failures_.find(stem);
+    if (found == failures_.end()) {
+        return std::nullopt;
+    }
+    return found->second;
+}
+
 std::uint64_t ScanCacheWriter::supersededWrites() const {
     std::lock_guard lock(mutex_);
     return superseded_;
@@ -94,16 +105,29 @@ void ScanCacheWriter::run() {
         writing_ = stem;
         busy_ = true;
         lock.unlock();
+        std::optional<std::string> failed;
         if (auto bytes = encodeCacheSnapshot(*job.mapped().snapshot, stem)) {
-            cache_->write(*bytes, stem);
-            ScanDiagnostics::log(job.mapped().why + " saved stem=" + stem +
-                                 " nodes=" + std::to_string(job.mapped().snapshot->nodeCount()));
+            failed = cache_->write(*bytes, stem);
+        } else {
+            failed = "the scan could not be encoded";
         }
+        ScanDiagnostics::log(job.mapped().why + (failed ? " not saved stem=" : " saved stem=") +
+                             stem + " nodes=" + std::to_string(job.mapped().snapshot->nodeCount()));
         job.mapped().snapshot.reset();
         lock.lock();
+        if (failed) {
+            failures_[stem] = *failed;
+        } else {
+            failures_.erase(stem);
+        }
         busy_ = false;
         writing_.clear();
         changed_.notify_all();
+        if (onWritten_) {
+            lock.unlock();
+            onWritten_(stem, failed);
+            lock.lock();
+        }
     }
 }
 

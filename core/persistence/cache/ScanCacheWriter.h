@@ -6,9 +6,11 @@
 #include <condition_variable>
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <thread>
 
@@ -21,10 +23,17 @@ class ScanCache;
 // still waiting (it is older, so writing it would only be undone), and the write in progress
 // finishes first. So a checkpoint asked for before a finished scan's save can never land after
 // it, and nothing queued before a clear is written after it.
+// A write that fails (a full disk, a read-only or missing folder) is remembered for its stem
+// until a later write of it succeeds or it is cleared; the outcome of every write is told to
+// the write listener.
 // Thread safety: every member may be called from any thread.
 class ScanCacheWriter {
 public:
-    explicit ScanCacheWriter(std::shared_ptr<ScanCache> cache);
+    // Called on the writer's thread after each write, with why it failed (none: it succeeded).
+    using WriteListener =
+        std::function<void(const std::string& stem, const std::optional<std::string>& failure)>;
+
+    explicit ScanCacheWriter(std::shared_ptr<ScanCache> cache, WriteListener onWritten = {});
     // Writes what is still queued, then ends its thread: a save asked for is never lost.
     ~ScanCacheWriter();
 
@@ -49,6 +58,8 @@ public:
     void waitForStem(const std::string& stem);
     // Waits until everything queued so far is written; true when it was within `timeout`.
     bool waitForAll(std::chrono::milliseconds timeout);
+    // Why the stem's last write failed; none when it succeeded, was cleared or never ran.
+    std::optional<std::string> failure(const std::string& stem) const;
     // How many writes were dropped because a newer one for the same stem replaced them.
     std::uint64_t supersededWrites() const;
 
@@ -61,6 +72,7 @@ private:
     template <class Matches> void dropAndWait(std::unique_lock<std::mutex>& lock, Matches matches);
 
     std::shared_ptr<ScanCache> cache_;
+    WriteListener onWritten_;
     mutable std::mutex mutex_;
     std::condition_variable changed_;
     std::map<std::string, Job> waiting_; // by stem
@@ -69,6 +81,7 @@ private:
     bool busy_ = false;
     bool stopping_ = false;
     std::uint64_t superseded_ = 0;
+    std::map<std::string, std::string> failures_; // by stem
     std::thread thread_;
 };
 
