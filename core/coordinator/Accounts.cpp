@@ -99,20 +99,15 @@ void ScannerViewModel::removeAccount(const ProviderRef& provider,
     }
     onboarding_->endHelperProcesses();
     const std::string id = provider->remoteID();
-    const std::string type = provider->rcloneType();
     forgetAccount(id);
     auto finished = std::make_shared<std::function<void()>>(std::move(onFinished));
-    launchTask("remove " + id, [this, provider, id, type, finished](std::stop_token token) {
+    launchTask("remove " + id, [this, provider, id, finished](std::stop_token token) {
         std::optional<std::string> failure;
         try {
             addAccountHelper_.deleteRemote(id, token);
-            // A cloud account has one saved scan; a local one has one per volume
-            // ("<id>_<path>"). Another account whose name merely begins the same keeps its own.
-            if (type == "local") {
-                cacheWriter_->clearWithPrefix(id, id + "_");
-            } else {
-                cacheWriter_->clear(id);
-            }
+            // A cloud account has one saved scan; a local one has one per volume. Another
+            // account whose name merely begins the same keeps its own.
+            cacheWriter_->clearAccount(id);
             // The stored bucket, container and volume path go with the account, whatever its
             // type is now (a remote retyped since keeps nothing stale behind).
             for (const auto& key : SettingsKeys::keysOwnedByAccount(id)) {

@@ -3,6 +3,7 @@
 #include "core/coordinator/CoordinatorInternals.h"
 #include "core/coordinator/SkippedFoldersAfterRefresh.h"
 #include "core/support/FatalError.h"
+#include "core/support/SaturatingAdd.h"
 #include "core/support/Task.h"
 
 #include <chrono>
@@ -163,8 +164,7 @@ void ScannerViewModel::finishFolderRefresh(const FolderRefreshResult& result) {
     result.fresh->setParent(parent);
     result.fresh->relinkDescendantParentPointers();
     for (FileNode* ancestor = parent; ancestor != nullptr; ancestor = ancestor->parent()) {
-        ancestor->setSize(
-            checkedAdd(ancestor->size(), change, "folder size overflow in a folder refresh"));
+        ancestor->setSize(saturatingAdd(ancestor->size(), change));
         ancestor->sortImmediateChildren();
         ancestor->rebalanceChildren();
     }
