@@ -444,11 +444,19 @@ int runWebConfig(std::span<const std::string> arguments, CommandStreams streams)
                     << displayText(viewModel.addAccountError().value_or("could not start")) << '\n';
         return exitFailure;
     }
+    // Listening before the address is printed: whoever reads it may press Ctrl-C at once.
+    bool interrupted = false;
+    InterruptListener listener([&] {
+        session.loop().post([&] {
+            interrupted = true;
+            viewModel.cancelAddAccount();
+            session.stop();
+        });
+    });
     streams.out << "rclone's configuration website runs at " << *viewModel.addAccountWebURL()
                 << "\n(on this computer only; Ctrl-C stops it)" << std::endl;
     openInBrowser(*viewModel.addAccountWebURL());
-    const bool never = false;
-    waitForFlow(session, never, streams, [&] { viewModel.cancelAddAccount(); });
+    session.runUntil([&] { return interrupted; });
     session.runUntil([&] { return !viewModel.hasBackgroundWork(); });
     streams.err << "Stopped.\n";
     return exitSuccess;
