@@ -1,5 +1,6 @@
 #include "core/interchange/JsonPullReader.h"
 
+#include "core/rclone/Utf8Text.h"
 #include "core/support/CorruptDataError.h"
 
 #include <cmath>
@@ -13,21 +14,7 @@ bool isWhitespace(char c) {
 }
 
 void appendUtf8(std::string& out, std::uint32_t codePoint) {
-    if (codePoint < 0x80) {
-        out.push_back(static_cast<char>(codePoint));
-    } else if (codePoint < 0x800) {
-        out.push_back(static_cast<char>(0xC0 | (codePoint >> 6)));
-        out.push_back(static_cast<char>(0x80 | (codePoint & 0x3F)));
-    } else if (codePoint < 0x10000) {
-        out.push_back(static_cast<char>(0xE0 | (codePoint >> 12)));
-        out.push_back(static_cast<char>(0x80 | ((codePoint >> 6) & 0x3F)));
-        out.push_back(static_cast<char>(0x80 | (codePoint & 0x3F)));
-    } else {
-        out.push_back(static_cast<char>(0xF0 | (codePoint >> 18)));
-        out.push_back(static_cast<char>(0x80 | ((codePoint >> 12) & 0x3F)));
-        out.push_back(static_cast<char>(0x80 | ((codePoint >> 6) & 0x3F)));
-        out.push_back(static_cast<char>(0x80 | (codePoint & 0x3F)));
-    }
+    out += Utf8Text::encodeCodePoint(static_cast<char32_t>(codePoint));
 }
 
 constexpr std::uint32_t kReplacementCharacter = 0xFFFD;

@@ -2,6 +2,7 @@
 
 #include "core/local/PosixDirectoryReader.h"
 #include "core/local/QuietPrefixes.h"
+#include "core/model/FolderShares.h"
 #include "core/model/SizeFormatter.h"
 #include "core/support/MainQueue.h"
 #include "core/support/SaturatingAdd.h"
@@ -397,18 +398,7 @@ void LocalScanRun::finishTree() {
         root_->sortChildren();
         return;
     }
-    std::vector<FileNode*> folders{root_.get()};
-    while (!folders.empty()) {
-        FileNode* folder = folders.back();
-        folders.pop_back();
-        folder->rebalanceChildren();
-        folder->sortImmediateChildren();
-        for (const auto& child : folder->children()) {
-            if (!child->children().empty()) {
-                folders.push_back(child.get());
-            }
-        }
-    }
+    rebalanceAndSortEveryFolder(*root_);
 }
 
 void LocalScanRun::startWorker(int slot) {

@@ -6,6 +6,7 @@
 #include "core/rclone/RcloneRemoteControl.h"
 #include "core/rclone/RcloneRemoteControlAccess.h"
 #include "core/rclone/Utf8Text.h"
+#include "core/support/LoopbackAddress.h"
 #include "core/support/UniqueFd.h"
 
 #include <arpa/inet.h>
@@ -21,14 +22,6 @@ namespace {
 constexpr int kFallbackPort = 5572;
 // A line of rclone's longer than this is not one we look for.
 constexpr std::size_t kLongestKeptLine = 65536;
-
-sockaddr_in loopbackAddress(int port) {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(static_cast<std::uint16_t>(port));
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    return address;
-}
 
 bool acceptsConnections(int port) {
     const UniqueFd socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));

@@ -4,6 +4,7 @@
 #include "core/rclone/RcloneLogMasking.h"
 #include "core/rclone/RcloneProcessLog.h"
 #include "core/rclone/Utf8Text.h"
+#include "core/support/LoopbackAddress.h"
 #include "core/support/Task.h"
 #include "core/support/UniqueFd.h"
 
@@ -34,14 +35,6 @@ constexpr std::chrono::seconds kStartTimeout{60};
 constexpr std::size_t kMaximumReplyBytes = 16 << 20;
 
 struct Listening {};
-
-sockaddr_in loopbackAddress(int port) {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(static_cast<std::uint16_t>(port));
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    return address;
-}
 
 void throwIfStopped(const std::stop_token& stopToken) {
     if (stopToken.stop_requested()) {

@@ -1,5 +1,6 @@
 #include "core/persistence/cache/CacheRecord.h"
 
+#include "core/model/FolderShares.h"
 #include "core/persistence/bplist/BinaryPlistColumns.h"
 #include "core/persistence/bplist/BinaryPlistReader.h"
 #include "core/persistence/bplist/BinaryPlistWriter.h"
@@ -206,18 +207,7 @@ void finishRebuiltTree(FileNode& root, const std::function<void(double)>& onProg
     root.relinkDescendantParentPointers();
     report(onProgress, 0.92);
     // Shares are not saved: each folder's are worked out again with its order.
-    std::vector<FileNode*> folders{&root};
-    while (!folders.empty()) {
-        FileNode* folder = folders.back();
-        folders.pop_back();
-        folder->rebalanceChildren();
-        folder->sortImmediateChildren();
-        for (const auto& child : folder->children()) {
-            if (!child->children().empty()) {
-                folders.push_back(child.get());
-            }
-        }
-    }
+    rebalanceAndSortEveryFolder(root);
     report(onProgress, 1.0);
 }
 
