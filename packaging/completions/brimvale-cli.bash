@@ -23,7 +23,7 @@ _brimvale_cli()
     local cur prev words cword
     _init_completion -n : || return
 
-    local commands="help size remotes ls accounts scan volumes cache lzfse web-config"
+    local commands="help size remotes ls accounts scan open export volumes cache lzfse web-config"
     local services="gdrive dropbox onedrive s3 r2 gcs azureblob box mega sftp ftp"
 
     if ((cword == 1)); then
@@ -35,6 +35,10 @@ _brimvale_cli()
     local subcommand=${words[2]-}
     case $prev in
         --depth | --top | --name | --field | --field-from-env | --field-from-stdin)
+            return
+            ;;
+        -o | --output)
+            [[ $command == export ]] && _filedir json
             return
             ;;
     esac
@@ -107,6 +111,21 @@ _brimvale_cli()
                     fi
                     ;;
             esac
+            ;;
+        open)
+            if [[ $cur == -* ]]; then
+                COMPREPLY=($(compgen -W "--json --depth --top --help" -- "$cur"))
+            else
+                _filedir '@(json|gz)'
+            fi
+            ;;
+        export)
+            if [[ $cur == -* ]]; then
+                COMPREPLY=($(compgen -W "-o --output --help" -- "$cur"))
+            else
+                _filedir -d
+                _brimvale_cli_complete_remotes
+            fi
             ;;
         lzfse)
             if ((cword == 2)); then
