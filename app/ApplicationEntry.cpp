@@ -4,6 +4,7 @@
 #include "app/ImportedScanController.h"
 #include "app/MainWindow.h"
 #include "app/bridge/QtMainQueue.h"
+#include "app/support/ReadableSecondaryText.h"
 #include "app/support/Symbols.h"
 #include "app/support/TerminationSignals.h"
 #include "core/coordinator/ScannerViewModel.h"
@@ -90,6 +91,7 @@ int runApplication(int argc, char** argv) {
     QApplication::setApplicationVersion(QString::fromLatin1(kVersion));
     QApplication::setDesktopFileName(QStringLiteral("brimvale"));
     QApplication::setWindowIcon(Symbols::applicationIcon());
+    app::keepSecondaryTextReadable(application);
     ScanDiagnostics::setSubsystem("brimvale");
     ScanUISettings::liveTreeDuringScan = true;
 

@@ -10,6 +10,7 @@
 #include "app/sidebar/ImportedScansList.h"
 #include "app/support/AppSettingsKeys.h"
 #include "app/support/ExternalOpen.h"
+#include "app/support/ScreenFit.h"
 #include "app/support/Symbols.h"
 #include "app/support/WidgetText.h"
 #include "app/views/CheckingConfigView.h"
@@ -31,11 +32,13 @@
 #include <QMenuBar>
 #include <QMessageBox>
 #include <QPushButton>
+#include <QScreen>
 #include <QSplitter>
 #include <QStackedWidget>
 #include <QToolBar>
 #include <QVBoxLayout>
 
+#include <algorithm>
 #include <type_traits>
 #include <variant>
 
@@ -253,6 +256,14 @@ void MainWindow::buildActions() {
     });
 }
 
+void MainWindow::fitOnScreen() {
+    // At a large scale, or after the window was saved on a larger screen, the default or
+    // restored size can exceed what the screen has room for.
+    if (const QScreen* shown = screen()) {
+        setGeometry(app::fittedWithin(geometry(), shown->availableGeometry()));
+    }
+}
+
 void MainWindow::restoreLayout() {
     SettingsStore& settings = *viewModel_.settings();
     bool restored = false;
@@ -262,6 +273,7 @@ void MainWindow::restoreLayout() {
     if (!restored) {
         resize(1180, 740);
     }
+    fitOnScreen();
     int sidebarWidth = kDefaultSidebarWidth;
     if (const auto stored = settings.stringValue(AppSettingsKeys::sidebarWidth)) {
         bool ok = false;

@@ -79,6 +79,8 @@ protected:
 private:
     void buildActions();
     void restoreLayout();
+    // Keeps the window within the available area of its screen.
+    void fitOnScreen();
     void showState();
     void updateActions();
     void showFolderRefreshes();

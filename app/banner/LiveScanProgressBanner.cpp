@@ -22,6 +22,8 @@ namespace brimvale {
 namespace {
 
 constexpr int kMargin = 16; // from the parent's edges
+constexpr int kExpandedWidth = 520;
+constexpr int kCompactWidth = 760;
 
 QLabel* captionLabel(const QString& text, QWidget* parent) {
     auto* label = new QLabel(text, parent);
@@ -88,6 +90,9 @@ void LiveScanProgressBanner::buildExpanded() {
     QFont stageFont = stage_->font();
     stageFont.setBold(true);
     stage_->setFont(stageFont);
+    // Long paths must not widen the banner: the text is elided to whatever width it gets.
+    stage_->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
+    stage_->setMinimumWidth(0);
     header->addWidget(stage_, 1);
     chevron_ = new QToolButton(this);
     chevron_->setAutoRaise(true);
@@ -108,6 +113,10 @@ void LiveScanProgressBanner::buildExpanded() {
     grid->addWidget(sizeValue_, 1, 1);
     grid->addWidget(rateValue_, 1, 2);
     currentRate_ = captionLabel(QString(), expanded_);
+    // Its row keeps its place when hidden: the banner's height never jumps.
+    QSizePolicy keepPlace = currentRate_->sizePolicy();
+    keepPlace.setRetainSizeWhenHidden(true);
+    currentRate_->setSizePolicy(keepPlace);
     grid->addWidget(currentRate_, 2, 2);
     layout->addLayout(grid);
 
@@ -179,8 +188,8 @@ void LiveScanProgressBanner::refreshTexts() {
     const QString size = qtText(formatBytes(progress_.bytesAccountedFor));
     const QString rate = qtText(ScanBannerTexts::rateText(rate_));
     const auto current = ScanBannerTexts::currentRateText(instantRate_);
-    stage_->setText(progress_.stage.text().empty() ? tr("Scanning")
-                                                   : qtText(progress_.stage.text()));
+    stageText_ = progress_.stage.text().empty() ? tr("Scanning") : qtText(progress_.stage.text());
+    showStageText();
     itemsValue_->setText(QLocale().toString(static_cast<qlonglong>(progress_.itemsScanned())));
     sizeValue_->setText(size);
     rateValue_->setText(rate);
@@ -194,10 +203,24 @@ void LiveScanProgressBanner::refreshTexts() {
     compactRate_->setText(rate);
     compact_->setAccessibleName(compactSummary());
     compact_->setAccessibleDescription(tr("Drag the banner to move. Click chevron for details."));
-    if (isVisible()) {
-        adjustSize();
-        place();
-    }
+}
+
+void LiveScanProgressBanner::showStageText() {
+    const int available = stage_->contentsRect().width();
+    stage_->setText(available > 0
+                        ? stage_->fontMetrics().elidedText(stageText_, Qt::ElideMiddle, available)
+                        : stageText_);
+    stage_->setToolTip(stage_->text() == stageText_ ? QString() : stageText_);
+}
+
+void LiveScanProgressBanner::fitToArea() {
+    const QWidget* area = parentWidget();
+    const int areaWidth = area == nullptr ? kCompactWidth : area->width() - 2 * kMargin;
+    const int wanted = collapsed_ ? kCompactWidth : kExpandedWidth;
+    const int least = std::min(wanted, layout()->minimumSize().width());
+    setFixedWidth(std::max(least, std::min(wanted, areaWidth)));
+    setFixedHeight(sizeHint().height());
+    showStageText();
 }
 
 void LiveScanProgressBanner::setCollapsed(bool collapsed) {
@@ -218,7 +241,7 @@ void LiveScanProgressBanner::setCollapsed(bool collapsed) {
     }
     chevron_->setAccessibleName(chevron_->toolTip());
     chevron_->show();
-    adjustSize();
+    fitToArea();
     place();
 }
 
@@ -244,6 +267,7 @@ void LiveScanProgressBanner::place() {
 
 bool LiveScanProgressBanner::eventFilter(QObject* watched, QEvent* event) {
     if (watched == parentWidget() && event->type() == QEvent::Resize) {
+        fitToArea();
         place();
     }
     if (watched == expandedHandle_ || watched == compactHandle_) {

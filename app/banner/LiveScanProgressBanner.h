@@ -67,12 +67,17 @@ private:
     void buildExpanded();
     void buildCompact();
     void refreshTexts();
+    // The stage (a path, often) elided in the middle to the width its label has.
+    void showStageText();
+    // A width that depends on the area only, never on the texts, so the buttons stay put.
+    void fitToArea();
     void place();
     void beginDrag(const QPointF& globalPosition);
     void continueDrag(const QPointF& globalPosition);
     void endDrag();
 
     ScanProgress progress_;
+    QString stageText_;
     ScanItemsRateEMA rateEMA_;
     double rate_ = 0;
     double instantRate_ = 0;

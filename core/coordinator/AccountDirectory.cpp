@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <array>
 #include <cctype>
+#include <map>
 #include <set>
 
 namespace brimvale {
@@ -17,6 +18,25 @@ std::string lowercased(std::string_view text) {
     std::transform(lower.begin(), lower.end(), lower.begin(),
                    [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
     return lower;
+}
+
+// Two accounts of one service signed in as one user (two WebDAV servers, two buckets with one
+// key) would read the same in the sidebar; those take their remote name beside the user.
+void makeSidebarLabelsDistinct(std::vector<AccountEntry>& accounts) {
+    std::map<std::string, int> uses;
+    for (const auto& entry : accounts) {
+        ++uses[entry.displayName];
+    }
+    for (auto& entry : accounts) {
+        if (uses[entry.displayName] < 2 || !entry.accountLabel ||
+            *entry.accountLabel == entry.remoteName) {
+            continue;
+        }
+        entry.accountLabel = *entry.accountLabel + ", " + entry.remoteName;
+        entry.displayName = CloudServiceCatalog::sidebarLabel({.remoteName = entry.remoteName,
+                                                               .rcloneType = entry.rcloneType,
+                                                               .accountLabel = entry.accountLabel});
+    }
 }
 
 } // namespace
@@ -92,6 +112,7 @@ AccountDirectory readAccountDirectory(const std::vector<std::string>& remoteName
         typesPresent.insert(entry.rcloneType);
         directory.accounts.push_back(std::move(entry));
     }
+    makeSidebarLabelsDistinct(directory.accounts);
     for (const auto& type : sidebarPinnedPlaceholderRcloneTypes()) {
         if (typesPresent.contains(type)) {
             continue;

@@ -2,6 +2,10 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <unistd.h>
 
 // The widget tests run on Qt's offscreen platform unless BRIMVALE_TEST_PLATFORM names another
 // (the end-to-end run on Xvfb uses "xcb"), so they need no display.
@@ -23,12 +27,27 @@ void filterPlatformNoise(QtMsgType type, const QMessageLogContext& context, cons
 
 int main(int argc, char** argv) {
     const char* platform = std::getenv("BRIMVALE_TEST_PLATFORM");
-    setenv("QT_QPA_PLATFORM", platform != nullptr ? platform : "offscreen", 1);
+    std::string chosen = platform != nullptr ? platform : "offscreen";
+    std::string config;
+    if (chosen == "offscreen") {
+        // A screen of a common desktop size (the platform's own is 800 x 600, smaller than the
+        // main window's default size, which the window would shrink to fit).
+        config = (std::filesystem::temp_directory_path() /
+                  ("brimvale-offscreen-" + std::to_string(::getpid()) + ".json"))
+                     .string();
+        std::ofstream(config) << R"({"screens": [{"name": "screen", "x": 0, "y": 0, )"
+                              << R"("width": 1920, "height": 1200, "logicalDpi": 96}]})";
+        chosen += ":configfile=" + config;
+    }
+    setenv("QT_QPA_PLATFORM", chosen.c_str(), 1);
     // Fixed fonts and scale, so sizes measured by the tests do not depend on the desktop.
     setenv("QT_SCALE_FACTOR", "1", 1);
     setenv("LANG", "en_US.UTF-8", 0);
     ::testing::InitGoogleTest(&argc, argv);
     standardHandler = qInstallMessageHandler(filterPlatformNoise);
     QApplication application(argc, argv);
+    if (!config.empty()) {
+        std::filesystem::remove(config); // read by the platform as the application started
+    }
     return RUN_ALL_TESTS();
 }

@@ -1,6 +1,7 @@
 #include "app/banner/LiveScanProgressBanner.h"
 #include "app/banner/ScanBannerTexts.h"
 
+#include <QApplication>
 #include <QLabel>
 #include <QPushButton>
 #include <QSignalSpy>
@@ -8,6 +9,7 @@
 #include <QToolButton>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <limits>
 
 namespace brimvale {
@@ -110,6 +112,41 @@ TEST_F(BannerTest, CollapsesToCompactCountersAndStopsFromEitherForm) {
     EXPECT_TRUE(texts.contains("200 folders"));
     QTest::mouseClick(banner->stopButton(), Qt::LeftButton);
     EXPECT_EQ(stops.count(), 2);
+}
+
+TEST_F(BannerTest, ButtonsHoldStillWhilePathsAndCountersChangeInBothForms) {
+    const auto stopRect = [this] {
+        QApplication::processEvents();
+        return QRect(banner->stopButton()->mapTo(&area, QPoint(0, 0)),
+                     banner->stopButton()->size());
+    };
+    const std::string longPath = "Scanning /" + std::string(400, 'x') + "/end-of-path";
+    for (const bool collapsed : {false, true}) {
+        if (banner->collapsed() != collapsed) {
+            QTest::mouseClick(banner->chevronButton(), Qt::LeftButton);
+        }
+        banner->setProgress(progressOf(1, 1, 10), start);
+        const QRect first = stopRect();
+        const QRect bannerFirst = banner->geometry();
+        banner->setProgress(ScanProgress{.stage = Stage::listing(longPath),
+                                         .filesScanned = 123'456'789,
+                                         .foldersScanned = 9'876'543,
+                                         .bytesAccountedFor = 987'654'321'098'765},
+                            start + 2s);
+        EXPECT_EQ(stopRect(), first) << "collapsed=" << collapsed;
+        EXPECT_EQ(banner->geometry(), bannerFirst) << "collapsed=" << collapsed;
+        EXPECT_TRUE(area.rect().contains(banner->geometry()));
+    }
+    // The long path is elided in the middle, whole in the tooltip.
+    QTest::mouseClick(banner->chevronButton(), Qt::LeftButton);
+    const auto labels = banner->expandedPanel()->findChildren<QLabel*>();
+    const auto stage = std::find_if(labels.begin(), labels.end(), [](const QLabel* label) {
+        return label->text().endsWith("end-of-path");
+    });
+    ASSERT_NE(stage, labels.end());
+    EXPECT_TRUE((*stage)->text().contains(QChar(0x2026)));
+    EXPECT_LE((*stage)->fontMetrics().horizontalAdvance((*stage)->text()), (*stage)->width());
+    EXPECT_EQ((*stage)->toolTip().toStdString(), longPath);
 }
 
 TEST_F(BannerTest, StaysWhereDroppedAndInsideItsArea) {

@@ -6,6 +6,7 @@
 #include "app/sidebar/AccountSidebar.h"
 #include "app/sidebar/SidebarModel.h"
 #include "app/support/AppSettingsKeys.h"
+#include "app/support/ScreenFit.h"
 #include "app/views/CacheBadge.h"
 #include "app/views/ErrorView.h"
 #include "app/views/IdleView.h"
@@ -290,6 +291,15 @@ TEST_F(MainWindowTest, WindowSizeAndSidebarWidthAreRemembered) {
     makeWindow();
     EXPECT_EQ(window->size(), QSize(1180, 740));
     EXPECT_EQ(window->splitter()->sizes().front(), 230);
+
+    // A 1280 x 800 screen at 1.5 times scale has 853 x 533 logical pixels, less a panel: the
+    // default size and a size saved on a larger screen shrink into it and move onto it.
+    const QRect screen(0, 0, 853, 533 - 32);
+    EXPECT_EQ(app::fittedWithin(QRect(40, 30, 1180, 740), screen), screen);
+    EXPECT_EQ(app::fittedWithin(QRect(700, 400, 400, 300), screen), QRect(453, 201, 400, 300));
+    EXPECT_EQ(app::fittedWithin(QRect(-50, -20, 400, 300), screen), QRect(0, 0, 400, 300));
+    const QRect second(1920, 0, 1280, 1024); // a second screen to the right
+    EXPECT_EQ(app::fittedWithin(QRect(2000, 100, 1000, 700), second), QRect(2000, 100, 1000, 700));
 }
 
 } // namespace

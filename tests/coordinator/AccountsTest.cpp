@@ -44,6 +44,18 @@ TEST(AccountDirectoryTest, TypesAreTrimmedNumbersKeptAsTextAliasesRepairedAndRea
                                                "emptytoken=dropbox-", "localdisk=local-p"}));
     EXPECT_EQ(directory.repairs, (std::vector<AliasedTypeRepair>{{"bucket", "gcs"}}));
     EXPECT_EQ(directory.accounts[1].displayName, "SFTP (spaced)");
+
+    // Two servers of one kind signed in as one user read apart; a third user stays as it was.
+    const auto twins = readAccountDirectory(
+        {"dav1", "dav2", "dav3"}, parseConfigDump(R"({"dav1": {"type": "webdav", "user": "u"},
+            "dav2": {"type": "webdav", "user": "u"}, "dav3": {"type": "webdav", "user": "v"}})"));
+    const auto label = [&](int index) {
+        return twins.accounts[index].displayName;
+    };
+    EXPECT_NE(label(0), label(1));
+    EXPECT_NE(label(0).find("u, dav1"), std::string::npos) << label(0);
+    EXPECT_NE(label(1).find("u, dav2"), std::string::npos) << label(1);
+    EXPECT_EQ(label(2).find("dav3"), std::string::npos) << label(2);
 }
 
 class AccountsTest : public CoordinatorTest {};

@@ -34,7 +34,7 @@ constexpr std::uint64_t kMaxReservedRatio = 64;
 constexpr std::size_t kSegmentSize = std::size_t{1} << 30;
 // Large inputs are cut into this many bytes or more per core and compressed side by side; each
 // piece becomes blocks of its own, which costs a fraction of a percent of ratio at this size.
-constexpr std::size_t kParallelPieceMinSize = std::size_t{8} << 20;
+constexpr std::size_t kParallelPieceMinSize = std::size_t{1} << 20;
 constexpr unsigned kMaxCompressionThreads = 4;
 
 void appendSegment(std::span<const std::uint8_t> segment, std::vector<std::uint8_t>& out) {
