@@ -12,8 +12,6 @@
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QMessageBox>
-#include <QScrollArea>
-#include <QScrollBar>
 #include <QStackedLayout>
 #include <QVBoxLayout>
 
@@ -46,24 +44,24 @@ TreePage::TreePage(ScannerViewModel& viewModel, QWidget* parent)
     banner_->hide();
     connect(banner_, &LiveScanProgressBanner::stopRequested, this, &TreePage::stopScanRequested);
 
-    // Right-aligned rows, bottom up: the saved scan and permissions, the unreadable folders, a
-    // folder being rescanned.
+    // The pane's status line, below the columns (never over their rows): a folder being
+    // rescanned and the unreadable folders on the left, the saved scan and permissions on the
+    // right. It takes room only while something is shown.
     badges_ = new QWidget(this);
-    auto* rows = new QVBoxLayout(badges_);
-    rows->setContentsMargins(0, 0, 0, 0);
-    rows->setSpacing(6);
+    badges_->setObjectName(QStringLiteral("treeStatusLine"));
+    auto* line = new QHBoxLayout(badges_);
+    line->setContentsMargins(kBadgeMargin, 6, kBadgeMargin, 6);
+    line->setSpacing(8);
     refreshBadge_ = new FolderRefreshBadge(badges_);
-    rows->addWidget(refreshBadge_, 0, Qt::AlignRight);
+    line->addWidget(refreshBadge_);
     skippedBadge_ = new SkippedFoldersBadge(badges_);
-    rows->addWidget(skippedBadge_, 0, Qt::AlignRight);
-    auto* bottomRow = new QHBoxLayout();
-    bottomRow->setSpacing(8);
-    bottomRow->addStretch(1);
+    line->addWidget(skippedBadge_);
+    line->addStretch(1);
     cacheBadge_ = new CacheBadge(badges_);
     accessBadge_ = new FullDiskAccessBadge(badges_);
-    bottomRow->addWidget(cacheBadge_);
-    bottomRow->addWidget(accessBadge_);
-    rows->addLayout(bottomRow);
+    line->addWidget(cacheBadge_);
+    line->addWidget(accessBadge_);
+    layout->addWidget(badges_);
     refreshBadge_->hide();
     skippedBadge_->hide();
     badges_->hide();
@@ -94,10 +92,6 @@ TreePage::TreePage(ScannerViewModel& viewModel, QWidget* parent)
         QMessageBox::information(this, tr("Some folders need more permissions"),
                                  FullDiskAccessBadge::explanation());
     });
-    // The badges stay clear of the preview panel.
-    connect(browser_, &ColumnBrowser::previewPaneVisibilityChanged, this,
-            [this] { placeBadges(); });
-    connect(browser_, &ColumnBrowser::pathChanged, this, [this] { placeBadges(); });
 }
 
 void TreePage::showScanning(const ScanProgress& progress, const FileNodeRef& liveRoot,
@@ -193,27 +187,10 @@ void TreePage::forgetPath() {
     browser_->clear();
 }
 
-void TreePage::resizeEvent(QResizeEvent* event) {
-    QWidget::resizeEvent(event);
-    placeBadges();
-}
-
 void TreePage::placeBadges() {
-    if (!isDone_) {
-        return;
-    }
-    badges_->adjustSize();
-    const QScrollArea* area = browser_->scrollArea();
-    const int scrollBar =
-        area->horizontalScrollBar()->isVisible() ? area->horizontalScrollBar()->height() : 0;
-    const QPoint areaTopLeft = area->mapTo(this, QPoint(0, 0));
-    const int right = areaTopLeft.x() + area->width() - kBadgeMargin;
-    const int x = std::max(kBadgeMargin, right - badges_->width());
-    const int y = areaTopLeft.y() + area->height() - scrollBar - badges_->height() - kBadgeMargin;
-    badges_->move(x, y);
-    badges_->setVisible(cacheBadge_->isVisibleTo(badges_) || accessBadge_->isVisibleTo(badges_) ||
-                        skippedBadge_->isVisibleTo(badges_) || refreshBadge_->isVisibleTo(badges_));
-    badges_->raise();
+    badges_->setVisible(
+        isDone_ && (cacheBadge_->isVisibleTo(badges_) || accessBadge_->isVisibleTo(badges_) ||
+                    skippedBadge_->isVisibleTo(badges_) || refreshBadge_->isVisibleTo(badges_)));
 }
 
 } // namespace brimvale

@@ -71,16 +71,14 @@ signals:
     void stopScanRequested();
     void rescanRequested();
 
-protected:
-    void resizeEvent(QResizeEvent* event) override;
-
 private:
+    // Shows the status line while any of its badges is shown.
     void placeBadges();
 
     ColumnBrowser* browser_;
     QWidget* scanningPlaceholder_;
     LiveScanProgressBanner* banner_;
-    QWidget* badges_;
+    QWidget* badges_; // the status line below the columns
     CacheBadge* cacheBadge_;
     FullDiskAccessBadge* accessBadge_;
     SkippedFoldersBadge* skippedBadge_;

@@ -198,6 +198,19 @@ TEST_F(FinishedTreeWindowTest, UnreadableFoldersBadgeOpensTheListAndAPartialScan
     ASSERT_TRUE(pumpUntil([this] { return page()->skippedBadge()->isVisible(); }));
     EXPECT_EQ(page()->skippedBadge()->textLabel()->text(), "3 folders could not be read");
     EXPECT_EQ(page()->cacheBadge()->dateLabel()->text(), "Partial scan, saved 2 hours ago");
+    // The badges sit in a line of their own below the columns: no row is hidden, and a
+    // longer text gets the room it needs.
+    QApplication::processEvents();
+    const auto onPage = [this](const QWidget* widget) {
+        return QRect(widget->mapTo(page(), QPoint(0, 0)), widget->size());
+    };
+    for (const QWidget* badge : {static_cast<QWidget*>(page()->cacheBadge()),
+                                 static_cast<QWidget*>(page()->skippedBadge())}) {
+        EXPECT_FALSE(onPage(badge).intersects(onPage(page()->browser())));
+        EXPECT_TRUE(page()->rect().contains(onPage(badge)));
+    }
+    const QLabel* date = page()->cacheBadge()->dateLabel();
+    EXPECT_GE(date->width(), date->fontMetrics().horizontalAdvance(date->text()));
 
     // A click on the badge itself opens the list, sorted by path; a second click raises it.
     QTest::mouseClick(page()->skippedBadge(), Qt::LeftButton, {}, QPoint(4, 4));
