@@ -275,7 +275,14 @@ void ColumnBrowser::pathDidChange(bool scrollToEnd) {
 }
 
 bool ColumnBrowser::previewPanelShown() const {
-    return previewPaneVisible_ && state_.deepestSelection() != nullptr;
+    return previewPaneVisible_ && !previewHeldBack_ && state_.deepestSelection() != nullptr;
+}
+
+void ColumnBrowser::setPreviewHeldBack(bool heldBack) {
+    if (previewHeldBack_ != heldBack) {
+        previewHeldBack_ = heldBack;
+        updatePreview();
+    }
 }
 
 void ColumnBrowser::setPreviewPaneVisible(bool visible) {
@@ -289,7 +296,7 @@ void ColumnBrowser::setPreviewPaneVisible(bool visible) {
 
 void ColumnBrowser::updatePreview() {
     const FileNodeRef deepest = state_.deepestSelection();
-    const bool shown = previewPaneVisible_ && deepest;
+    const bool shown = previewPaneVisible_ && !previewHeldBack_ && deepest;
     if (shown && (preview_->node() != deepest || preview_->isStale())) {
         preview_->setNode(deepest);
     }

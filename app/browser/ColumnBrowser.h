@@ -59,6 +59,9 @@ public:
     void setPreviewPaneVisible(bool visible);
     // Whether the preview panel is on screen (visible and something is selected).
     bool previewPanelShown() const;
+    // While a scan runs, the tree on screen is still being listed: its items are not shown in
+    // the preview (which would keep the item chosen in the previous tree).
+    void setPreviewHeldBack(bool heldBack);
 
     // The folders of the tree being rescanned (tree paths): their rows show a spinner, and
     // their context menu cannot start another rescan of them.
@@ -111,6 +114,7 @@ private:
     HoverNameChip* nameChip_;
     std::unique_ptr<SelectionDebouncer> debouncer_;
     bool previewPaneVisible_ = true;
+    bool previewHeldBack_ = false;
     // The first column's selection was made by the browser, not the user: while a live tree
     // grows it follows the largest item.
     bool selectionIsAutomatic_ = false;

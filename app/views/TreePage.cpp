@@ -100,6 +100,7 @@ void TreePage::showScanning(const ScanProgress& progress, const FileNodeRef& liv
     doneRoot_ = nullptr;
     skippedFolders_.clear();
     badges_->hide();
+    browser_->setPreviewHeldBack(true);
     browser_->setVisible(liveRoot != nullptr);
     scanningPlaceholder_->setVisible(liveRoot == nullptr);
     if (liveRoot) {
@@ -119,6 +120,7 @@ void TreePage::showScanning(const ScanProgress& progress, const FileNodeRef& liv
 void TreePage::showDone(DoneScan scan) {
     banner_->hide();
     scanningPlaceholder_->hide();
+    browser_->setPreviewHeldBack(false);
     browser_->show();
     const FileNodeRef& root = scan.root;
     if (root != doneRoot_) {

@@ -3,6 +3,7 @@
 #include "app/browser/ColumnBrowser.h"
 #include "app/browser/ColumnItemsModel.h"
 #include "app/browser/ColumnListView.h"
+#include "app/browser/PreviewPanel.h"
 #include "app/onboarding/AddAccountSheet.h"
 #include "app/sheets/LocalVolumeSheet.h"
 #include "app/sidebar/AccountSidebar.h"
@@ -126,6 +127,8 @@ TEST(ApplicationEndToEnd, ScanBrowseAndRescanAnAliasRemote) {
                     viewModel.state().shownTree()) {
                     sawScanning = true;
                     saveScreenshot(window, "scanning");
+                    // A tree still being listed is not previewed.
+                    EXPECT_FALSE(window.treePage()->browser()->previewPanel()->isVisible());
                 }
                 return viewModel.state().is<ScannerState::Done>();
             },
