@@ -369,7 +369,11 @@ void MainWindow::showState() {
                          .skippedFolders = done->skippedFolders,
                          .partial = done->partial,
                          .saveFailure = done->saveFailure,
-                         .local = activeIsLocal()});
+                         .local = activeIsLocal(),
+                         .historyKey = viewModel_.activeProvider()
+                                           ? viewModel_.lastScanCacheStem(
+                                                 viewModel_.activeProvider()->remoteID())
+                                           : std::nullopt});
         detail_->setCurrentWidget(tree_);
         break;
     }

@@ -3,6 +3,7 @@
 #include "cli/AccountsCommand.h"
 #include "cli/CacheCommand.h"
 #include "cli/ExportCommand.h"
+#include "cli/HistoryCommand.h"
 #include "cli/LzfseCommand.h"
 #include "cli/OpenCommand.h"
 #include "cli/RemotesCommand.h"
@@ -55,9 +56,10 @@ Command sizeCommand() {
 } // namespace
 
 std::vector<Command> allCommands() {
-    return {sizeCommand(),  remotesCommand(), lsCommand(),       accountsCommand(),
-            scanCommand(),  openCommand(),    exportCommand(),   volumesCommand(),
-            cacheCommand(), lzfseCommand(),   webConfigCommand()};
+    return {sizeCommand(),     remotesCommand(), lsCommand(),      accountsCommand(),
+            scanCommand(),     historyCommand(), changesCommand(), openCommand(),
+            exportCommand(),   volumesCommand(), cacheCommand(),   lzfseCommand(),
+            webConfigCommand()};
 }
 
 } // namespace brimvale::cli

@@ -2,11 +2,10 @@
 
 #include "cli/CoordinatorSession.h"
 #include "cli/DisplayText.h"
+#include "cli/SavedScanTarget.h"
 #include "core/interchange/NcduExportFile.h"
 #include "core/interchange/NcduExportWriter.h"
-#include "core/local/LocalDiskAdapter.h"
 #include "core/persistence/cache/CacheRecord.h"
-#include "core/persistence/cache/LocalScanCacheStem.h"
 #include "core/persistence/cache/ScanCache.h"
 
 #include <optional>
@@ -51,64 +50,20 @@ ExportArguments parseExportArguments(std::span<const std::string> arguments) {
     return parsed;
 }
 
-// "gdrive:" names an account, as for scan; "./a:b" and "/mnt/x:y" are folders.
-std::optional<std::string> accountInTarget(const std::string& target) {
-    const auto colon = target.find(':');
-    const auto slash = target.find('/');
-    if (colon == std::string::npos || colon == 0 || (slash != std::string::npos && slash < colon)) {
-        return std::nullopt;
-    }
-    if (colon + 1 != target.size()) {
-        throw UsageError("'" + target + "' names a folder inside an account; give the account as " +
-                         target.substr(0, colon + 1));
-    }
-    return target.substr(0, colon);
-}
-
-// The account id local scans are saved under: the first configured local account, else the
-// pinned local row, as scan chooses.
-std::optional<std::string> localAccountID(const ScannerViewModel& viewModel) {
-    std::optional<std::string> placeholder;
-    for (const auto& provider : viewModel.providers()) {
-        if (provider->rcloneType() != "local") {
-            continue;
-        }
-        if (viewModel.configuredRemoteNames().contains(provider->remoteID())) {
-            return provider->remoteID();
-        }
-        if (!placeholder) {
-            placeholder = provider->remoteID();
-        }
-    }
-    return placeholder;
-}
-
 int runExport(std::span<const std::string> rawArguments, CommandStreams streams) {
     const ExportArguments arguments = parseExportArguments(rawArguments);
-    const std::optional<std::string> account = accountInTarget(arguments.target);
     CoordinatorSession session;
-    std::string stem;
-    std::string rootName;
-    if (account) {
-        stem = *account;
-        rootName = *account + ":";
-    } else {
-        std::string location;
-        try {
-            location = LocalDiskAdapter::resolveScanLocation(arguments.target);
-        } catch (const std::system_error& error) {
-            streams.err << "brimvale-cli export: " << displayText(error.what()) << '\n';
-            return exitFailure;
-        }
-        session.loadAccounts();
-        const auto accountID = localAccountID(session.viewModel());
-        if (!accountID) {
-            streams.err << "brimvale-cli export: no local account is available\n";
-            return exitFailure;
-        }
-        stem = LocalScanCacheStem::stem(*accountID, location);
-        rootName = location;
+    SavedScanTarget resolved;
+    try {
+        resolved = resolveSavedScanTarget(arguments.target, session);
+    } catch (const UsageError&) {
+        throw;
+    } catch (const std::exception& error) {
+        streams.err << "brimvale-cli export: " << displayText(error.what()) << '\n';
+        return exitFailure;
     }
+    const std::string& stem = resolved.key;
+    const std::string& rootName = resolved.rootName;
     const auto saved = session.viewModel().cache().loadData(stem);
     if (!saved) {
         streams.err << "brimvale-cli export: there is no saved scan of "

@@ -151,9 +151,19 @@ void ColumnBrowser::clear() {
     setRoot({});
 }
 
+void ColumnBrowser::setChanges(std::shared_ptr<const ChangeIndex> changes, bool sortByChange) {
+    changes_ = std::move(changes);
+    sortByChange_ = sortByChange;
+    for (const auto& column : columns_) {
+        column.model->setChanges(changes_, sortByChange_);
+        column.view->viewport()->update();
+    }
+}
+
 ColumnBrowser::Column ColumnBrowser::makeColumn(int depth) {
     Column column;
     column.model = new ColumnItemsModel(this);
+    column.model->setChanges(changes_, sortByChange_);
     column.model->setDragURLMaker([this](const FileNode& node) {
         return ExternalOpen::openURL(node, isLocal(), viewModel_.webURL(node));
     });

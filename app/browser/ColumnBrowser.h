@@ -19,6 +19,7 @@ class QScrollArea;
 
 namespace brimvale {
 
+class ChangeIndex;
 class ColumnItemsModel;
 class ColumnListView;
 class ColumnResizeSplitter;
@@ -70,6 +71,11 @@ public:
     // The context menu of a row, as a right click shows it (files: Open, Show/Open in
     // Browser, Copy; folders: Show/Open in Browser, Rescan This Folder, Copy).
     std::unique_ptr<QMenu> rowMenu(const FileNodeRef& node);
+
+    // What changed since an earlier scan, shown in every column (null: nothing), and whether
+    // columns list the largest changes first.
+    void setChanges(std::shared_ptr<const ChangeIndex> changes, bool sortByChange);
+    const std::shared_ptr<const ChangeIndex>& changes() const { return changes_; }
 
     // Selects `node` in column `depth` as a click does.
     void selectNode(int depth, const FileNodeRef& node);
@@ -124,6 +130,8 @@ private:
     // arrives with layout changes after the request.
     bool keepEndInView_ = false;
     std::set<std::string> refreshingFolders_;
+    std::shared_ptr<const ChangeIndex> changes_;
+    bool sortByChange_ = false;
     // Turns the spinners of rows being rescanned.
     QTimer spinnerTimer_;
 };

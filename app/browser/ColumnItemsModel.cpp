@@ -44,7 +44,26 @@ ColumnItemsModel::Snapshot ColumnItemsModel::readChildren() const {
     for (std::size_t index = 1; index < children.size() && sorted; ++index) {
         sorted = children[index - 1]->size() >= children[index]->size();
     }
-    if (!sorted) {
+    if (sortByChange_ && changes_) {
+        // Largest change first; items without one keep their order after them.
+        std::vector<std::uint64_t> magnitudes(children.size(), 0);
+        for (std::size_t index = 0; index < children.size(); ++index) {
+            const ScanChange* change = changes_->find(*children[index]);
+            magnitudes[index] = change == nullptr ? 0
+                                : change->kind == ChangeKind::added
+                                    ? static_cast<std::uint64_t>(change->after)
+                                    : change->sizeChangeMagnitude();
+        }
+        snapshot.order.resize(children.size());
+        std::iota(snapshot.order.begin(), snapshot.order.end(), 0U);
+        std::stable_sort(snapshot.order.begin(), snapshot.order.end(),
+                         [&](std::uint32_t a, std::uint32_t b) {
+                             if (magnitudes[a] != magnitudes[b]) {
+                                 return magnitudes[a] > magnitudes[b];
+                             }
+                             return children[a]->size() > children[b]->size();
+                         });
+    } else if (!sorted) {
         // A live tree is sorted only at its end; show it largest first meanwhile.
         snapshot.order.resize(children.size());
         std::iota(snapshot.order.begin(), snapshot.order.end(), 0U);
@@ -181,6 +200,13 @@ QVariant ColumnItemsModel::data(const QModelIndex& modelIndex, int role) const {
         return false;
     case NodeRole:
         return QVariant::fromValue(reinterpret_cast<quintptr>(node));
+    case ChangeTextRole:
+        return changes_ ? qtText(ChangeIndex::text(changes_->find(*node))) : QString();
+    case ChangeKindRole:
+        if (const ScanChange* change = changes_ ? changes_->find(*node) : nullptr) {
+            return static_cast<int>(change->kind);
+        }
+        return {};
     default:
         return {};
     }
@@ -277,6 +303,15 @@ void ColumnItemsModel::setParentNode(FileNodeRef folder) {
     recomputeHiddenBytes();
     endResetModel();
     emit itemsReset();
+}
+
+void ColumnItemsModel::setChanges(std::shared_ptr<const ChangeIndex> changes, bool sortByChange) {
+    if (changes == changes_ && sortByChange == sortByChange_) {
+        return;
+    }
+    changes_ = std::move(changes);
+    sortByChange_ = sortByChange;
+    applySnapshot(readChildren(), true);
 }
 
 void ColumnItemsModel::refresh() {

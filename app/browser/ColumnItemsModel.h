@@ -1,6 +1,7 @@
 #pragma once
 
 #include "core/model/FileNode.h"
+#include "core/persistence/history/ChangeIndex.h"
 
 #include <QAbstractListModel>
 #include <QUrl>
@@ -26,6 +27,8 @@ public:
         FractionRole,                // share of the parent, 0…1
         IsDirectoryRole,
         IsTailRowRole,
+        ChangeTextRole, // "+1.2 GB", "−300 MB", "new"; empty without a change
+        ChangeKindRole, // int(ChangeKind) of the item's change; none without one
     };
 
     // How many items one activation of the tail row reveals at least: the shown count doubles,
@@ -40,6 +43,11 @@ public:
     // The folder's children changed in place (a live scan): re-read them. Folding starts anew
     // only when the set of items changed.
     void refresh();
+
+    // What changed since an earlier scan (null: nothing shown), and whether the items are
+    // ordered by the size of their change (largest first) rather than by size.
+    void setChanges(std::shared_ptr<const ChangeIndex> changes, bool sortByChange);
+    bool hasChanges() const { return changes_ != nullptr; }
 
     // Drag support: the address an item is dragged as (a local file, a cloud page); may be
     // empty for items without one.
@@ -100,6 +108,8 @@ private:
     std::uint64_t itemsKey_ = 0;
     std::int64_t hiddenBytes_ = 0;
     std::function<QUrl(const FileNode&)> dragURLMaker_;
+    std::shared_ptr<const ChangeIndex> changes_;
+    bool sortByChange_ = false;
 };
 
 } // namespace brimvale

@@ -20,6 +20,7 @@ namespace {
 struct RowLayout {
     QRect icon;
     QRect name;
+    QRect change;
     QRect size;
     QRect bar;
     QRect chevron;
@@ -58,6 +59,13 @@ RowLayout layoutRow(const QStyleOptionViewItem& option, const QModelIndex& index
     const int sizeWidth = std::max(sizeColumnWidth, textWidth);
     layout.size = QRect(right - sizeWidth, rect.top(), sizeWidth, rect.height());
     right = layout.size.left() - ColumnRowDelegate::kGap;
+    // The change since an earlier scan, when the column shows one: a column of its own.
+    const auto* model = qobject_cast<const ColumnItemsModel*>(index.model());
+    if (model != nullptr && model->hasChanges() && !tail) {
+        const int changeWidth = sizeMetrics.horizontalAdvance(QStringLiteral("\u2212888.8 MB")) + 2;
+        layout.change = QRect(right - changeWidth, rect.top(), changeWidth, rect.height());
+        right = layout.change.left() - ColumnRowDelegate::kGap;
+    }
     const int nameLeft = layout.icon.right() + 1 + 6;
     layout.name = QRect(nameLeft, rect.top(), std::max(0, right - nameLeft), rect.height());
     return layout;
@@ -179,6 +187,18 @@ void ColumnRowDelegate::paint(QPainter* painter, const QStyleOptionViewItem& opt
     painter->setPen(secondary);
     painter->drawText(layout.size, Qt::AlignRight | Qt::AlignVCenter | Qt::TextSingleLine,
                       index.data(ColumnItemsModel::SizeTextRole).toString());
+
+    // Change since the earlier scan: growth in red, shrinking in green, new items in the accent.
+    if (const QString change = index.data(ColumnItemsModel::ChangeTextRole).toString();
+        !change.isEmpty() && !layout.change.isEmpty()) {
+        const int kind = index.data(ColumnItemsModel::ChangeKindRole).toInt();
+        QColor color = kind == static_cast<int>(ChangeKind::shrank)  ? QColor(0x2E, 0x8B, 0x57)
+                       : kind == static_cast<int>(ChangeKind::added) ? accent
+                                                                     : QColor(0xD0, 0x3B, 0x2F);
+        painter->setPen(onAccent ? text : color);
+        painter->drawText(layout.change, Qt::AlignRight | Qt::AlignVCenter | Qt::TextSingleLine,
+                          change);
+    }
 
     // Share of the parent; a spinner instead while the folder is being rescanned.
     const auto* node =

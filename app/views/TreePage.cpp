@@ -7,7 +7,9 @@
 #include "app/views/CacheBadge.h"
 #include "app/views/FolderRefreshBadge.h"
 #include "app/views/FullDiskAccessBadge.h"
+#include "app/views/ScanChangesBar.h"
 #include "app/views/SkippedFoldersBadge.h"
+#include "core/coordinator/ScannerViewModel.h"
 
 #include <QHBoxLayout>
 #include <QLabel>
@@ -22,11 +24,22 @@ constexpr int kBadgeMargin = 12;
 }
 
 TreePage::TreePage(ScannerViewModel& viewModel, QWidget* parent)
-    : QWidget(parent) {
+    : QWidget(parent)
+    , viewModel_(viewModel) {
     auto* layout = new QVBoxLayout(this);
     layout->setContentsMargins(0, 0, 0, 0);
+    layout->setSpacing(0);
+    changesBar_ = new ScanChangesBar(this);
+    layout->addWidget(changesBar_);
     browser_ = new ColumnBrowser(viewModel, this);
     layout->addWidget(browser_);
+    saveWait_ = new QTimer(this);
+    saveWait_->setInterval(200);
+    connect(saveWait_, &QTimer::timeout, this, &TreePage::compareWhenSaved);
+    connect(changesBar_, &ScanChangesBar::changesChanged, this,
+            [this](std::shared_ptr<const ChangeIndex> changes, bool sortByChange) {
+                browser_->setChanges(std::move(changes), sortByChange);
+            });
 
     scanningPlaceholder_ = new QWidget(this);
     auto* placeholderLayout = new QVBoxLayout(scanningPlaceholder_);
@@ -98,6 +111,8 @@ void TreePage::showScanning(const ScanProgress& progress, const FileNodeRef& liv
                             bool newScan) {
     isDone_ = false;
     doneRoot_ = nullptr;
+    changesBar_->clear();
+    saveWait_->stop();
     skippedFolders_.clear();
     badges_->hide();
     browser_->setPreviewHeldBack(true);
@@ -124,9 +139,14 @@ void TreePage::showDone(DoneScan scan) {
     browser_->show();
     const FileNodeRef& root = scan.root;
     if (root != doneRoot_) {
-        // A new result: its badges show again.
+        // A new result: its badges show again, and it is compared with the scan before it.
         cacheBadgeDismissed_ = false;
         skippedDismissed_ = false;
+        browser_->setRoot(root);
+        changesBar_->clear();
+        pendingHistoryKey_ = scan.partial ? std::nullopt : scan.historyKey;
+        saveWaitTicks_ = 0;
+        compareWhenSaved();
     } else if (scan.skippedFolders.size() != skippedFolders_.size()) {
         // A folder refresh of this tree found more.
         skippedDismissed_ = false;
@@ -150,6 +170,21 @@ void TreePage::showDone(DoneScan scan) {
     refreshBadge_->setVisible(refreshStatusShown_);
     badges_->show();
     placeBadges();
+}
+
+void TreePage::compareWhenSaved() {
+    // Up to a minute for a save in progress (a large tree takes seconds to encode).
+    if (!pendingHistoryKey_ || ++saveWaitTicks_ > 300) {
+        saveWait_->stop();
+        return;
+    }
+    if (!viewModel_.waitForSavedScans(std::chrono::milliseconds(0))) {
+        saveWait_->start();
+        return;
+    }
+    saveWait_->stop();
+    changesBar_->showScanOf(viewModel_.cache(), pendingHistoryKey_, false);
+    pendingHistoryKey_.reset();
 }
 
 void TreePage::setAccessAdvisory(bool shown) {
@@ -186,6 +221,9 @@ void TreePage::setFolderRefreshes(const std::set<std::string>& refreshing, const
 }
 
 void TreePage::forgetPath() {
+    pendingHistoryKey_.reset();
+    saveWait_->stop();
+    changesBar_->clear();
     browser_->clear();
 }
 

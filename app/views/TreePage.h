@@ -5,6 +5,7 @@
 #include "core/model/ScanProgress.h"
 #include "core/model/SkippedFolder.h"
 
+#include <QTimer>
 #include <QWidget>
 
 #include <cstdint>
@@ -23,6 +24,7 @@ class FullDiskAccessBadge;
 class SkippedFoldersBadge;
 class SkippedFoldersDialog;
 class LiveScanProgressBanner;
+class ScanChangesBar;
 class ScannerViewModel;
 
 // The detail area of a tree, finished or still growing: the column browser, with the scan
@@ -48,6 +50,8 @@ public:
         std::optional<std::string> saveFailure;
         // A local scan (the list of unreadable folders says "counted as empty").
         bool local = false;
+        // The saved-scan key of the tree: its earlier scans are compared with it.
+        std::optional<std::string> historyKey;
     };
     void showDone(DoneScan scan);
     // The folders of the shown account being refreshed (tree paths) and its last refresh
@@ -60,6 +64,7 @@ public:
     void forgetPath();
 
     ColumnBrowser* browser() const { return browser_; }
+    ScanChangesBar* changesBar() const { return changesBar_; }
     LiveScanProgressBanner* banner() const { return banner_; }
     CacheBadge* cacheBadge() const { return cacheBadge_; }
     FullDiskAccessBadge* accessBadge() const { return accessBadge_; }
@@ -75,6 +80,14 @@ private:
     // Shows the status line while any of its badges is shown.
     void placeBadges();
 
+    void compareWhenSaved();
+
+    ScannerViewModel& viewModel_;
+    ScanChangesBar* changesBar_;
+    // A finished tree is compared once its save (and history record) is written.
+    QTimer* saveWait_;
+    std::optional<std::string> pendingHistoryKey_;
+    int saveWaitTicks_ = 0;
     ColumnBrowser* browser_;
     QWidget* scanningPlaceholder_;
     LiveScanProgressBanner* banner_;

@@ -231,7 +231,9 @@ void ScannerViewModel::runScanInBackground(const ProviderRef& provider, const st
     // The snapshot is read here, before the tree is handed over; it is encoded and written
     // while the result is shown (waitForSavedScans waits for it).
     cacheWriter_->save(stem, std::make_shared<CacheSnapshot>(snapshotForCache(*root)),
-                       "finished scan");
+                       "finished scan",
+                       options_.settings ? HistoryLimits::forAccount(*options_.settings, remoteID)
+                                         : HistoryLimits{});
     const std::optional<Date> savedDate = Date::fromUnixSeconds(
         std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count());
     std::optional<std::int64_t> occupied;

@@ -23,7 +23,8 @@ _brimvale_cli()
     local cur prev words cword
     _init_completion -n : || return
 
-    local commands="help size remotes ls accounts scan open export volumes cache lzfse web-config"
+    local commands="help size remotes ls accounts scan history changes open export volumes cache lzfse
+        web-config"
     local services="gdrive dropbox onedrive s3 r2 gcs azureblob box mega sftp ftp"
 
     if ((cword == 1)); then
@@ -34,7 +35,7 @@ _brimvale_cli()
     local command=${words[1]}
     local subcommand=${words[2]-}
     case $prev in
-        --depth | --top | --name | --field | --field-from-env | --field-from-stdin)
+        --depth | --top | --name | --field | --field-from-env | --field-from-stdin | --since | --from)
             return
             ;;
         -o | --output)
@@ -60,6 +61,18 @@ _brimvale_cli()
         scan)
             if [[ $cur == -* ]]; then
                 COMPREPLY=($(compgen -W "--rescan --quiet --json --depth --top --help" -- "$cur"))
+            else
+                _filedir -d
+                _brimvale_cli_complete_remotes
+            fi
+            ;;
+        history | changes)
+            if [[ $cur == -* ]]; then
+                if [[ $command == history ]]; then
+                    COMPREPLY=($(compgen -W "--json --help" -- "$cur"))
+                else
+                    COMPREPLY=($(compgen -W "--since --from --top --depth --json --help" -- "$cur"))
+                fi
             else
                 _filedir -d
                 _brimvale_cli_complete_remotes

@@ -2,6 +2,7 @@
 
 #include "core/persistence/cache/CacheRecord.h"
 #include "core/persistence/cache/SavedScanNames.h"
+#include "core/persistence/history/ScanHistory.h"
 #include "core/support/CorruptDataError.h"
 #include "core/support/FileBytes.h"
 #include "core/support/UniqueFd.h"
@@ -183,6 +184,21 @@ std::optional<Date> ScanCache::cacheDate(std::string_view stem) {
     return std::nullopt;
 }
 
+std::optional<std::string> ScanCache::savedFileIdentity(std::string_view stem) {
+    std::lock_guard lock(mutex_);
+    if (!isSafeStem(stem)) {
+        return std::nullopt;
+    }
+    for (const auto suffix : {kCurrentSuffix, kLegacySuffix}) {
+        struct stat info {};
+        if (::stat(pathFor(stem, suffix).c_str(), &info) == 0 && S_ISREG(info.st_mode)) {
+            return std::to_string(info.st_ino) + ":" + std::to_string(info.st_size) + ":" +
+                   std::to_string(info.st_mtim.tv_sec) + "." + std::to_string(info.st_mtim.tv_nsec);
+        }
+    }
+    return std::nullopt;
+}
+
 void ScanCache::clear(std::string_view stem) {
     std::lock_guard lock(mutex_);
     if (!isSafeStem(stem)) {
@@ -231,6 +247,9 @@ std::vector<std::string> ScanCache::clearAccount(std::string_view accountID) {
         if (ours && ::unlink(path.c_str()) == 0) {
             removed.push_back(name);
         }
+    }
+    for (auto& name : ScanHistory(directory_).removeAccount(accountID)) {
+        removed.push_back(std::move(name));
     }
     std::sort(removed.begin(), removed.end());
     return removed;

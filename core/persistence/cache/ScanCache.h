@@ -47,10 +47,13 @@ public:
     std::optional<LoadedData> loadData(std::string_view stem);
     // The modification time of the file loadData would use.
     std::optional<Date> cacheDate(std::string_view stem);
+    // What tells this file of the key from any other written under its name (inode, size and
+    // modification time): a save replaces the file, so the text changes with every save.
+    std::optional<std::string> savedFileIdentity(std::string_view stem);
     // Removes <stem>.cache and <stem>.json; a missing file is fine.
     void clear(std::string_view stem);
-    // Removes the account's saved scans: its own key's and every one of its folders'; the
-    // names of the files removed, sorted.
+    // Removes the account's saved scans, its own key's and every one of its folders', with
+    // their scan history; the names of the files removed (relative to the folder), sorted.
     std::vector<std::string> clearAccount(std::string_view accountID);
     // The file name of the key's current-format saved scan.
     static std::string fileNameFor(std::string_view stem);

@@ -23,8 +23,15 @@ ScanCacheWriter::~ScanCacheWriter() {
     thread_.join();
 }
 
+namespace {
+Date now() {
+    return Date::fromUnixSeconds(
+        std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count());
+}
+} // namespace
+
 void ScanCacheWriter::save(const std::string& stem, std::shared_ptr<const CacheSnapshot> snapshot,
-                           std::string why) {
+                           std::string why, std::optional<HistoryLimits> history) {
     {
         std::lock_guard lock(mutex_);
         auto [slot, added] = waiting_.try_emplace(stem);
@@ -33,8 +40,11 @@ void ScanCacheWriter::save(const std::string& stem, std::shared_ptr<const CacheS
         } else {
             ScanDiagnostics::log(slot->second.why + " for stem=" + stem + " superseded by " + why);
             ++superseded_;
+            if (!history) {
+                history = slot->second.history;
+            }
         }
-        slot->second = Job{std::move(snapshot), std::move(why)};
+        slot->second = Job{std::move(snapshot), std::move(why), history, now()};
     }
     changed_.notify_all();
 }
@@ -113,6 +123,16 @@ void ScanCacheWriter::run() {
         }
         ScanDiagnostics::log(job.mapped().why + (failed ? " not saved stem=" : " saved stem=") +
                              stem + " nodes=" + std::to_string(job.mapped().snapshot->nodeCount()));
+        if (!failed && job.mapped().history && !job.mapped().snapshot->partial) {
+            // The saved file's identity lets a listing tell whether it is still this scan.
+            if (const auto historyFailed =
+                    ScanHistory(cache_->directory())
+                        .record(stem, *job.mapped().snapshot, job.mapped().finished,
+                                *job.mapped().history, now(),
+                                cache_->savedFileIdentity(stem).value_or(""))) {
+                cache_->log("History not kept for " + stem + ": " + *historyFailed);
+            }
+        }
         job.mapped().snapshot.reset();
         lock.lock();
         if (failed) {

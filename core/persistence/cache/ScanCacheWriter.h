@@ -1,6 +1,7 @@
 #pragma once
 
 #include "core/persistence/cache/CacheSnapshot.h"
+#include "core/persistence/history/ScanHistory.h"
 
 #include <chrono>
 #include <condition_variable>
@@ -41,9 +42,11 @@ public:
     ScanCacheWriter& operator=(const ScanCacheWriter&) = delete;
 
     // Queues `snapshot` to be written as the saved scan of the key `stem` (the key is stored in
-    // it); `why` goes to the diagnostics log.
+    // it); `why` goes to the diagnostics log. With `history`, a finished scan also enters the
+    // key's scan history (ScanHistory) once saved, within those limits; a partial one never
+    // does. A waiting save that is replaced hands its history wish on to the newer one.
     void save(const std::string& stem, std::shared_ptr<const CacheSnapshot> snapshot,
-              std::string why);
+              std::string why, std::optional<HistoryLimits> history = std::nullopt);
     // Drops the stem's waiting write, waits for the one in progress, then removes the stem's
     // files (ScanCache::clear).
     void clear(const std::string& stem);
@@ -67,6 +70,8 @@ private:
     struct Job {
         std::shared_ptr<const CacheSnapshot> snapshot;
         std::string why;
+        std::optional<HistoryLimits> history;
+        Date finished;
     };
     void run();
     template <class Matches> void dropAndWait(std::unique_lock<std::mutex>& lock, Matches matches);

@@ -45,11 +45,24 @@ inline std::string recursiveListingFeature(std::string_view accountID) {
     return "Brimvale.recursiveListingFeature.v1." + std::string(accountID);
 }
 
+// Text, a whole number: how many finished scans before the newest the scan history keeps
+// (default 10).
+inline std::string scanHistoryLength(std::string_view accountID) {
+    return "Brimvale.scanHistoryLength.v1." + std::string(accountID);
+}
+
+// Text, a whole number: the age in days beyond which earlier scans leave the history (default
+// 90).
+inline std::string scanHistoryDays(std::string_view accountID) {
+    return "Brimvale.scanHistoryDays.v1." + std::string(accountID);
+}
+
 // The keys that belong to one account, removed with it.
 inline std::vector<std::string> keysOwnedByAccount(std::string_view accountID) {
     return {localScanPath(accountID),        gcsScanBucket(accountID),
             s3ObjectPrefix(accountID),       azureObjectPrefix(accountID),
-            listOneFolderAtATime(accountID), recursiveListingFeature(accountID)};
+            listOneFolderAtATime(accountID), recursiveListingFeature(accountID),
+            scanHistoryLength(accountID),    scanHistoryDays(accountID)};
 }
 
 } // namespace brimvale::SettingsKeys
