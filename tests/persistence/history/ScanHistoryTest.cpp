@@ -73,8 +73,8 @@ TEST(ScanHistory, OnlyFinishedSavesEnterItAndClearingAnAccountTakesExactlyItsHis
         SavedScanNames::folderKey("localdisk", "/srv/" + std::string(200, 'm'));
     {
         ScanCacheWriter writer(cache);
-        for (const std::string key : {std::string("localdisk"), folderKey,
-                                      std::string("localdisk_backup"), std::string("gd")}) {
+        for (const std::string& key : {std::string("localdisk"), folderKey,
+                                       std::string("localdisk_backup"), std::string("gd")}) {
             writer.save(key, std::make_shared<CacheSnapshot>(snapshotOf(5)), "finished",
                         HistoryLimits{});
             writer.waitForStem(key);
