@@ -154,8 +154,10 @@ void ColumnBrowser::clear() {
 void ColumnBrowser::setChanges(std::shared_ptr<const ChangeIndex> changes, bool sortByChange) {
     changes_ = std::move(changes);
     sortByChange_ = sortByChange;
-    for (const auto& column : columns_) {
+    for (int depth = 0; depth < columnCount(); ++depth) {
+        const Column& column = columns_[static_cast<std::size_t>(depth)];
         column.model->setChanges(changes_, sortByChange_);
+        applyColumnWidth(depth);
         column.view->viewport()->update();
     }
 }
@@ -206,7 +208,11 @@ ColumnBrowser::Column ColumnBrowser::makeColumn(int depth) {
 
 void ColumnBrowser::applyColumnWidth(int depth) {
     if (ColumnListView* view = columnView(depth)) {
-        view->setFixedWidth(state_.columnWidth(depth));
+        // The change since an earlier scan takes room of its own, not the names'.
+        const int changeRoom =
+            changes_ ? ColumnRowDelegate::changeColumnWidth(view->font()) + ColumnRowDelegate::kGap
+                     : 0;
+        view->setFixedWidth(state_.columnWidth(depth) + changeRoom);
     }
 }
 

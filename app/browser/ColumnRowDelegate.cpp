@@ -62,7 +62,7 @@ RowLayout layoutRow(const QStyleOptionViewItem& option, const QModelIndex& index
     // The change since an earlier scan, when the column shows one: a column of its own.
     const auto* model = qobject_cast<const ColumnItemsModel*>(index.model());
     if (model != nullptr && model->hasChanges() && !tail) {
-        const int changeWidth = sizeMetrics.horizontalAdvance(QStringLiteral("\u2212888.8 MB")) + 2;
+        const int changeWidth = ColumnRowDelegate::changeColumnWidth(option.font);
         layout.change = QRect(right - changeWidth, rect.top(), changeWidth, rect.height());
         right = layout.change.left() - ColumnRowDelegate::kGap;
     }
@@ -240,6 +240,10 @@ void ColumnRowDelegate::paint(QPainter* painter, const QStyleOptionViewItem& opt
         cachedIcon("chevron.right", chevron).paint(painter, layout.chevron);
     }
     painter->restore();
+}
+
+int ColumnRowDelegate::changeColumnWidth(const QFont& base) {
+    return QFontMetrics(sizeFont(base)).horizontalAdvance(QStringLiteral("\u2212888.8 MB")) + 2;
 }
 
 } // namespace brimvale

@@ -23,6 +23,8 @@ public:
     // The shared size-column width of a column whose first (largest) item reads
     // `firstSizeText`: its width in the size font, rounded up, plus 2; 32 for an empty column.
     static int sizeColumnWidth(const QFont& base, const QString& firstSizeText);
+    // The room the change since an earlier scan takes in a row, when a column shows it.
+    static int changeColumnWidth(const QFont& base);
     // Where the name is drawn in a row, and whether it had to be shortened there.
     static QRect nameRect(const QStyleOptionViewItem& option, const QModelIndex& index,
                           int sizeColumnWidth);
