@@ -46,8 +46,10 @@ int main(int argc, char** argv) {
     ::testing::InitGoogleTest(&argc, argv);
     standardHandler = qInstallMessageHandler(filterPlatformNoise);
     QApplication application(argc, argv);
+    const int status = RUN_ALL_TESTS();
     if (!config.empty()) {
-        std::filesystem::remove(config); // read by the platform as the application started
+        // Kept to the end: the application programs the tests start read it too.
+        std::filesystem::remove(config);
     }
-    return RUN_ALL_TESTS();
+    return status;
 }
