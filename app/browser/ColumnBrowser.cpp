@@ -524,10 +524,10 @@ std::unique_ptr<QMenu> ColumnBrowser::rowMenu(const FileNodeRef& node) {
         }
         // The text shows bytes that are not UTF-8 as U+FFFD; the file address beside it keeps
         // them, for file managers and terminals that paste addresses.
-        auto* data = new QMimeData;
-        data->setText(qtText(ExternalOpen::localPath(*node)));
-        data->setUrls({ExternalOpen::openURL(*node, true, std::nullopt)});
-        QApplication::clipboard()->setMimeData(data);
+        auto* copied = new QMimeData;
+        copied->setText(qtText(ExternalOpen::localPath(*node)));
+        copied->setUrls({ExternalOpen::openURL(*node, true, std::nullopt)});
+        QApplication::clipboard()->setMimeData(copied);
     });
     return menu;
 }

@@ -30,8 +30,8 @@ std::vector<std::uint8_t> toUtf16(std::string_view utf8) {
 #define FFFD "\xEF\xBF\xBD"
 
 TEST(PlistText, NamesThatAreNotUtf8RoundTripThroughUtf16) {
-    for (const std::string name : {"caf\xE9.txt"s, "\xFF\xFE"s, "\xED\xA0\x80"s, "cut \xE2\x82"s,
-                                   "\xF0\x9F\x98\x80\x80"s, std::string("nul\0\xC0", 5)}) {
+    for (const std::string& name : {"caf\xE9.txt"s, "\xFF\xFE"s, "\xED\xA0\x80"s, "cut \xE2\x82"s,
+                                    "\xF0\x9F\x98\x80\x80"s, std::string("nul\0\xC0", 5)}) {
         const auto units = toUtf16(name);
         std::string back;
         appendBytesFromUtf16BigEndian(units.data(), units.size() / 2, back);
