@@ -7,6 +7,7 @@
 #include "app/support/ReadableSecondaryText.h"
 #include "app/support/Symbols.h"
 #include "app/support/TerminationSignals.h"
+#include "app/support/WidgetText.h"
 #include "core/coordinator/ScannerViewModel.h"
 #include "core/persistence/settings/ScanUISettings.h"
 #include "core/support/QSettingsStore.h"
@@ -14,11 +15,10 @@
 #include "core/support/Version.h"
 
 #include <QApplication>
-#include <QDir>
-#include <QFileInfo>
 
 #include <chrono>
 #include <cstdio>
+#include <filesystem>
 #include <memory>
 #include <optional>
 #include <string>
@@ -30,9 +30,18 @@ namespace {
 // How long quitting waits for the saves of stopped scans.
 constexpr std::chrono::seconds kSaveWaitOnQuit{60};
 
+// The folder's absolute path, made from its bytes (a QString could not hold a name that is not
+// UTF-8): relative to the working folder, "." and ".." taken out, no trailing "/".
+std::string absoluteFolderPath(const std::string& folder) {
+    std::string absolute = std::filesystem::absolute(folder).lexically_normal().string();
+    while (absolute.size() > 1 && absolute.ends_with('/')) {
+        absolute.pop_back();
+    }
+    return absolute;
+}
+
 void scanFolderOnceAccountsAreRead(ScannerViewModel& viewModel, const std::string& folder) {
-    const std::string absolute =
-        QFileInfo(QString::fromStdString(folder)).absoluteFilePath().toStdString();
+    const std::string absolute = absoluteFolderPath(folder);
     viewModel.refreshProviders([&viewModel, absolute] {
         for (const auto& provider : viewModel.providers()) {
             if (provider->rcloneType() == "local") {
@@ -64,11 +73,12 @@ int runApplication(int argc, char** argv) {
     }
     // A file is a scan exported by ncdu, gdu or Brimvale, opened beside the accounts.
     std::optional<std::string> scanFile;
-    if (commandLine.folder && QFileInfo(QString::fromStdString(*commandLine.folder)).isFile()) {
+    std::error_code error;
+    if (commandLine.folder && std::filesystem::is_regular_file(*commandLine.folder, error)) {
         scanFile = std::move(commandLine.folder);
         commandLine.folder.reset();
     }
-    if (commandLine.folder && !QFileInfo(QString::fromStdString(*commandLine.folder)).isDir()) {
+    if (commandLine.folder && !std::filesystem::is_directory(*commandLine.folder, error)) {
         std::fprintf(stderr, "brimvale: %s is not a folder or a scan export\n",
                      commandLine.folder->c_str());
         return 1;
@@ -110,7 +120,7 @@ int runApplication(int argc, char** argv) {
             scanFolderOnceAccountsAreRead(viewModel, *commandLine.folder);
         }
         if (scanFile) {
-            window.importer()->openFile(QString::fromStdString(*scanFile));
+            window.importer()->openFile(qtPathText(*scanFile));
         }
         // A logout or shutdown quits like the window's close: the partial trees below are saved.
         int quitSignal = 0;

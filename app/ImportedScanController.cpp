@@ -1,6 +1,7 @@
 #include "app/ImportedScanController.h"
 
 #include "app/sidebar/ImportedScansList.h"
+#include "app/support/WidgetText.h"
 #include "app/views/TreePage.h"
 #include "core/coordinator/ScannerViewModel.h"
 #include "core/interchange/NcduExportFile.h"
@@ -75,7 +76,7 @@ bool ImportedScanController::openFile(const QString& path) {
     ImportedScan scan;
     try {
         const BusyCursor busy;
-        scan = readNcduExportFile(path.toStdString());
+        scan = readNcduExportFile(pathBytes(path));
     } catch (const std::system_error& error) {
         reportError(tr("The scan could not be opened"), fromBytes(error.what()));
         return false;
@@ -136,7 +137,7 @@ bool ImportedScanController::exportTo(const QString& path) {
     }
     try {
         const BusyCursor busy;
-        writeNcduExportFile(path.toStdString(), *root, rootName, date);
+        writeNcduExportFile(pathBytes(path), *root, rootName, date);
     } catch (const std::exception& error) {
         reportError(tr("The scan could not be exported"), fromBytes(error.what()));
         return false;

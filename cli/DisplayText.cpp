@@ -1,55 +1,13 @@
 #include "cli/DisplayText.h"
 
+#include "core/support/ByteNames.h"
+
 namespace brimvale::cli {
 namespace {
 
 constexpr std::string_view kReplacementCharacter = "\xEF\xBF\xBD";
 
 } // namespace
-
-std::size_t validUtf8SequenceLength(std::string_view text) {
-    if (text.empty()) {
-        return 0;
-    }
-    const auto byte = [&](std::size_t i) {
-        return static_cast<unsigned char>(text[i]);
-    };
-    const unsigned char lead = byte(0);
-    if (lead < 0x80) {
-        return 1;
-    }
-    std::size_t length = 0;
-    unsigned char low = 0x80;
-    unsigned char high = 0xBF;
-    if (lead >= 0xC2 && lead <= 0xDF) {
-        length = 2;
-    } else if (lead >= 0xE0 && lead <= 0xEF) {
-        length = 3;
-        if (lead == 0xE0) {
-            low = 0xA0; // no overlong forms
-        } else if (lead == 0xED) {
-            high = 0x9F; // no surrogates
-        }
-    } else if (lead >= 0xF0 && lead <= 0xF4) {
-        length = 4;
-        if (lead == 0xF0) {
-            low = 0x90;
-        } else if (lead == 0xF4) {
-            high = 0x8F; // nothing past U+10FFFF
-        }
-    } else {
-        return 0;
-    }
-    if (text.size() < length || byte(1) < low || byte(1) > high) {
-        return 0;
-    }
-    for (std::size_t i = 2; i < length; ++i) {
-        if (byte(i) < 0x80 || byte(i) > 0xBF) {
-            return 0;
-        }
-    }
-    return length;
-}
 
 std::string displayText(std::string_view raw) {
     std::string text;
@@ -62,7 +20,7 @@ std::string displayText(std::string_view raw) {
             ++i;
             continue;
         }
-        const std::size_t length = validUtf8SequenceLength(raw.substr(i));
+        const std::size_t length = ByteNames::validUtf8SequenceLength(raw.substr(i));
         if (length == 0) {
             text.append(kReplacementCharacter);
             ++i;

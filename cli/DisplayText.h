@@ -8,10 +8,6 @@ namespace brimvale::cli {
 
 // Texts for people from raw bytes and numbers. Stateless; any thread.
 
-// The length of the valid UTF-8 sequence at the start of `text`, or 0 when its first byte does
-// not start one (an overlong form, a surrogate, a value past U+10FFFF or a cut sequence).
-std::size_t validUtf8SequenceLength(std::string_view text);
-
 // `raw` for a terminal: each byte that is not valid UTF-8, and each control character
 // (a newline in a file name…), becomes U+FFFD, so one name stays on one line.
 std::string displayText(std::string_view raw);

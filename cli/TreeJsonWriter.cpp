@@ -1,6 +1,6 @@
 #include "cli/TreeJsonWriter.h"
 
-#include "cli/DisplayText.h"
+#include "core/support/ByteNames.h"
 
 #include <charconv>
 #include <cmath>
@@ -12,7 +12,6 @@ namespace brimvale::cli {
 namespace {
 
 constexpr std::size_t kBufferBytes = 1 << 16;
-constexpr std::string_view kReplacementCharacter = "\xEF\xBF\xBD";
 
 void appendInteger(std::string& buffer, std::int64_t value) {
     char digits[24];
@@ -42,7 +41,7 @@ void TreeJsonWriter::appendJsonString(std::string& buffer, std::string_view text
             continue;
         }
         if (byte >= 0x80) {
-            const std::size_t length = validUtf8SequenceLength(text.substr(i));
+            const std::size_t length = ByteNames::validUtf8SequenceLength(text.substr(i));
             if (length != 0) {
                 i += length;
                 continue;
@@ -71,15 +70,14 @@ void TreeJsonWriter::appendJsonString(std::string& buffer, std::string_view text
         case '\f':
             buffer.append("\\f");
             break;
-        default:
-            if (byte < 0x20) {
-                static constexpr char kHex[] = "0123456789abcdef";
-                buffer.append("\\u00");
-                buffer.push_back(kHex[byte >> 4]);
-                buffer.push_back(kHex[byte & 0xF]);
-            } else {
-                buffer.append(kReplacementCharacter);
-            }
+        default: {
+            // A control character as \u00XX; a byte outside valid UTF-8 as the lone surrogate
+            // \udcXX that stands for it (see ByteNames.h).
+            static constexpr char kHex[] = "0123456789abcdef";
+            buffer.append(byte < 0x20 ? "\\u00" : "\\udc");
+            buffer.push_back(kHex[byte >> 4]);
+            buffer.push_back(kHex[byte & 0xF]);
+        }
         }
         ++i;
         start = i;

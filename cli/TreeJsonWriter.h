@@ -16,7 +16,8 @@ namespace brimvale::cli {
 // with the children in the tree's order, on one line followed by a newline. The walk is
 // iterative (any depth) and the text goes out through a buffer of its own, so millions of
 // nodes stream without building the document. Texts are raw bytes in the tree; each byte that
-// is not part of valid UTF-8 is written as U+FFFD, so the output is always valid JSON.
+// is not part of valid UTF-8 is written as the escape "\udcXX" (U+DC00 + the byte, see
+// ByteNames.h), so the output is valid JSON and every name maps back to its exact bytes.
 // Thread safety: one writer per thread; the tree must not change while it is written.
 class TreeJsonWriter {
 public:
@@ -35,7 +36,7 @@ public:
     void write(const FileNode& root, const std::vector<SkippedFolder>& unreadableFolders,
                bool partial = false);
 
-    // `text` as a JSON string literal, quotes included, invalid UTF-8 bytes as U+FFFD.
+    // `text` as a JSON string literal, quotes included, bytes outside valid UTF-8 as "\udcXX".
     static void appendJsonString(std::string& buffer, std::string_view text);
     // Seconds since the Unix epoch as 2024-05-01T12:34:56Z (whole seconds, rounded down).
     static void appendIso8601(std::string& buffer, double unixSeconds);

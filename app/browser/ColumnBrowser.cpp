@@ -20,6 +20,7 @@
 #include <QHBoxLayout>
 #include <QKeyEvent>
 #include <QMenu>
+#include <QMimeData>
 #include <QScrollArea>
 #include <QScrollBar>
 #include <QTimer>
@@ -540,9 +541,16 @@ std::unique_ptr<QMenu> ColumnBrowser::rowMenu(const FileNodeRef& node) {
     QAction* copy = menu->addAction(local ? tr("Copy Path") : tr("Copy Link"));
     copy->setEnabled(local || web.has_value());
     connect(copy, &QAction::triggered, this, [this, node, local] {
-        const QString text = local ? qtText(ExternalOpen::localPath(*node))
-                                   : qtText(viewModel_.webURL(*node).value_or(""));
-        QApplication::clipboard()->setText(text);
+        if (!local) {
+            QApplication::clipboard()->setText(qtText(viewModel_.webURL(*node).value_or("")));
+            return;
+        }
+        // The text shows bytes that are not UTF-8 as U+FFFD; the file address beside it keeps
+        // them, for file managers and terminals that paste addresses.
+        auto* copied = new QMimeData;
+        copied->setText(qtText(ExternalOpen::localPath(*node)));
+        copied->setUrls({ExternalOpen::openURL(*node, true, std::nullopt)});
+        QApplication::clipboard()->setMimeData(copied);
     });
     return menu;
 }

@@ -2,6 +2,8 @@
 
 #include <QDesktopServices>
 
+#include <string_view>
+
 namespace brimvale::ExternalOpen {
 namespace {
 
@@ -15,6 +17,14 @@ QUrl webAddress(const std::optional<std::string>& webURL) {
         return {};
     }
     return QUrl(QString::fromStdString(*webURL));
+}
+
+// A file address made from the path's bytes, each byte outside the unreserved characters
+// percent-encoded: a name that is not UTF-8 keeps its bytes (QUrl::fromLocalFile would take a
+// QString, which cannot hold them, and the desktop would be sent to another name).
+QUrl localFileURL(std::string_view path) {
+    const QByteArray bytes(path.data(), static_cast<qsizetype>(path.size()));
+    return QUrl::fromEncoded("file://" + bytes.toPercentEncoding("/"), QUrl::StrictMode);
 }
 
 } // namespace
@@ -32,14 +42,14 @@ QUrl revealURL(const FileNode& node, bool isLocal, const std::optional<std::stri
         const auto slash = path.rfind('/');
         path = slash == 0 ? std::string("/") : path.substr(0, slash);
     }
-    return QUrl::fromLocalFile(QString::fromStdString(path));
+    return localFileURL(path);
 }
 
 QUrl openURL(const FileNode& node, bool isLocal, const std::optional<std::string>& webURL) {
     if (!isLocal) {
         return webAddress(webURL);
     }
-    return QUrl::fromLocalFile(QString::fromStdString(localPath(node)));
+    return localFileURL(localPath(node));
 }
 
 bool openInDesktop(const QUrl& url) {

@@ -11,10 +11,11 @@
 namespace brimvale::ExternalOpen {
 
 // Opening items outside the application: the provider's web page for cloud items, the file
-// manager or the item's own application for local ones. GUI thread only.
+// manager or the item's own application for local ones. Local addresses are made from the
+// path's bytes, so an item whose name is not UTF-8 opens as itself. GUI thread only.
 
 // The absolute file-system path of a local scan's node (node paths are the absolute path
-// without its leading "/").
+// without its leading "/"). Bytes, as the tree keeps them: not necessarily UTF-8.
 std::string localPath(const FileNode& node);
 // Where "open outside" (Ctrl+Down, the context menu) goes: a cloud item's web page when it has
 // one; for a local folder the folder itself, for a local file the folder holding it (file

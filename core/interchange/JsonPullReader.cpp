@@ -1,6 +1,7 @@
 #include "core/interchange/JsonPullReader.h"
 
 #include "core/rclone/Utf8Text.h"
+#include "core/support/ByteNames.h"
 #include "core/support/CorruptDataError.h"
 
 #include <cmath>
@@ -16,8 +17,6 @@ bool isWhitespace(char c) {
 void appendUtf8(std::string& out, std::uint32_t codePoint) {
     out += Utf8Text::encodeCodePoint(static_cast<char32_t>(codePoint));
 }
-
-constexpr std::uint32_t kReplacementCharacter = 0xFFFD;
 
 } // namespace
 
@@ -207,10 +206,11 @@ void JsonPullReader::appendEscape(std::string& out) {
             appendUtf8(out, unit);
             return;
         }
-        // A high surrogate counts only with a low one right after it; anything else is U+FFFD.
+        // A high surrogate counts only with a low one right after it. A lone one is U+FFFD,
+        // except U+DC80–U+DCFF: the byte a name that is not UTF-8 had there (ByteNames.h).
         if (unit >= 0xDC00 || !ensureAvailable(2) || buffer_[position_] != '\\' ||
             buffer_[position_ + 1] != 'u') {
-            appendUtf8(out, kReplacementCharacter);
+            ByteNames::appendCodePointAsNameBytes(unit, out);
             return;
         }
         position_ += 2;
@@ -219,7 +219,7 @@ void JsonPullReader::appendEscape(std::string& out) {
             appendUtf8(out, 0x10000 + ((unit - 0xD800) << 10) + (low - 0xDC00));
             return;
         }
-        appendUtf8(out, kReplacementCharacter);
+        ByteNames::appendCodePointAsNameBytes(unit, out);
         unit = low;
     }
 }

@@ -15,7 +15,8 @@ namespace brimvale {
 //
 // Lenient on purpose where exporters are: bytes of a string are taken as they are, so names
 // written as raw bytes that are not valid UTF-8 come through unchanged. Escapes are decoded;
-// a lone UTF-16 surrogate becomes U+FFFD.
+// a lone "\udc80"–"\udcff" is the byte it stands for (see ByteNames.h), any other lone UTF-16
+// surrogate becomes U+FFFD.
 // Thread safety: one reader per thread.
 class JsonPullReader {
 public:

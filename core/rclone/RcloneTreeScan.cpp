@@ -7,6 +7,12 @@
 #include "core/support/Task.h"
 
 namespace brimvale {
+namespace {
+
+constexpr std::string_view kReplacementCharacter = "\xEF\xBF\xBD";
+
+} // namespace
+
 std::string RcloneTreeScan::rootName(const std::string& path, const std::string& remoteID) {
     std::string_view name = path;
     while (name.ends_with('/')) {
@@ -60,6 +66,11 @@ void RcloneTreeScan::listAndMerge(Folder& folder) {
     } catch (const CancellationError&) {
         ScanDiagnostics::log("lsjson cancelled remote=" + remoteID_ + " path=" + folder.target);
         throw;
+    } catch (const std::exception& error) {
+        if (!skipsUnlistableName(folder, error)) {
+            throw;
+        }
+        return;
     }
 
     std::int64_t files = 0;
@@ -92,6 +103,25 @@ void RcloneTreeScan::listAndMerge(Folder& folder) {
     if (parameters_.progress) {
         parameters_.progress(counter_.progress(Stage::listing(folder.target)));
     }
+}
+
+bool RcloneTreeScan::skipsUnlistableName(Folder& folder, const std::exception& error) {
+    // rclone shows bytes of a name that are not UTF-8 as U+FFFD and cannot list a folder by
+    // that name ("directory not found"). Such a folder is counted empty and reported; it does
+    // not fail the scan of everything else.
+    if (folder.node == root_ ||
+        folder.node->name().find(kReplacementCharacter) == std::string_view::npos) {
+        return false;
+    }
+    ScanDiagnostics::log("lsjson skipped remote=" + remoteID_ + " path=" + folder.target +
+                         " error=" + error.what());
+    folder.listed = true;
+    if (parameters_.onSkippedFolder) {
+        parameters_.onSkippedFolder(
+            {.location = folder.node->path(),
+             .reason = "its name is not valid UTF-8, which rclone cannot list by name"});
+    }
+    return true;
 }
 
 void RcloneTreeScan::scanDirectory(const FileNodeRef& node, const std::string& remotePath,

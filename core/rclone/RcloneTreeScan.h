@@ -5,6 +5,7 @@
 #include "core/model/ScanCounter.h"
 #include "core/rclone/RcloneEntry.h"
 
+#include <exception>
 #include <functional>
 #include <stop_token>
 #include <string>
@@ -21,6 +22,8 @@ namespace brimvale {
 // scanning thread waiting, and the partial-tree callback is called there right after the
 // merge; without one, everything happens on the scanning thread. Progress is reported from
 // the scanning thread. Each callback is called at most once per finished listing.
+// A folder below the scanned one whose name rclone shows with U+FFFD (bytes that are not UTF-8)
+// and fails to list is reported through ScanParameters::onSkippedFolder and counted empty.
 class RcloneTreeScan {
 public:
     // Lists one target ("remote:path"); throws as the runner does.
@@ -58,6 +61,9 @@ private:
     void scanDirectory(const FileNodeRef& node, const std::string& remotePath,
                        int concurrencyLimit);
     void listAndMerge(Folder& folder);
+    // Whether the failed listing of `folder` is one to skip (reported, counted empty) rather
+    // than to fail the scan with; marks it listed when so.
+    bool skipsUnlistableName(Folder& folder, const std::exception& error);
     void throwIfCancelled(const std::string& target) const;
     template <class Work> void onTreeThread(Work&& work) const;
 

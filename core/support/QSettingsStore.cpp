@@ -1,5 +1,7 @@
 #include "core/support/QSettingsStore.h"
 
+#include "core/support/ByteNames.h"
+
 #include <QSettings>
 #include <QStandardPaths>
 
@@ -38,12 +40,24 @@ std::optional<std::string> QSettingsStore::stringValue(std::string_view key) con
     if (!value.isValid()) {
         return std::nullopt;
     }
+    if (value.typeId() == QMetaType::QByteArray) {
+        const QByteArray bytes = value.toByteArray();
+        return std::string(bytes.constData(), static_cast<std::size_t>(bytes.size()));
+    }
     return value.toString().toStdString();
 }
 
 void QSettingsStore::setString(std::string_view key, std::string_view value) {
     std::lock_guard lock(mutex_);
-    settings_->setValue(toQString(key), toQString(value));
+    // An INI file is UTF-8 text, and Qt writes a lone surrogate there as U+FFFD, so a value that
+    // is not valid UTF-8 (a folder named in another encoding) goes in as Qt's byte array
+    // ("@ByteArray(…)" with \x escapes), which reads back byte for byte.
+    if (ByteNames::isValidUtf8(value)) {
+        settings_->setValue(toQString(key), toQString(value));
+    } else {
+        settings_->setValue(toQString(key),
+                            QByteArray(value.data(), static_cast<qsizetype>(value.size())));
+    }
     settings_->sync();
 }
 

@@ -6,6 +6,7 @@
 #include "app/browser/ColumnResizeSplitter.h"
 #include "app/browser/PreviewPanel.h"
 #include "app/browser/SelectionDebouncer.h"
+#include "app/support/ExternalOpen.h"
 #include "tests/app/AppTestSupport.h"
 
 #include <QScrollArea>
@@ -154,6 +155,16 @@ TEST_F(ColumnBrowserTest, ArrowsMoveBetweenColumnsAndDoNothingAtTheEdges) {
     EXPECT_EQ(browser->columnCount(), 1);
     settle();
     EXPECT_EQ(viewModel->selectedNode()->name(), "d.txt");
+}
+
+TEST(ExternalOpen, LocalAddressesKeepTheBytesOfNamesThatAreNotUtf8) {
+    const auto file = FileNode::make({.name = "caf\xE9 x.txt", .path = "d\xFF/caf\xE9 x.txt"});
+    const auto folder = FileNode::make({.name = "d\xFF", .path = "d\xFF", .isDirectory = true});
+    EXPECT_EQ(ExternalOpen::openURL(*file, true, {}).toEncoded(), "file:///d%FF/caf%E9%20x.txt");
+    EXPECT_EQ(ExternalOpen::revealURL(*file, true, {}).toEncoded(), "file:///d%FF");
+    EXPECT_EQ(ExternalOpen::openURL(*folder, true, {}).toEncoded(), "file:///d%FF");
+    const auto valid = FileNode::make({.name = "\xC3\xA9 #1", .path = "d/\xC3\xA9 #1"});
+    EXPECT_EQ(ExternalOpen::openURL(*valid, true, {}), QUrl::fromLocalFile("/d/\u00E9 #1"));
 }
 
 TEST_F(ColumnBrowserTest, CtrlDownAndDoubleClickOpenOutsideTheApplication) {

@@ -309,11 +309,8 @@ std::string BinaryPlistReader::string(PlistRef ref) const {
     const std::size_t offset = offsetOf(ref);
     if ((bytes_[offset] & 0xF0) == kTypeAscii) {
         const Payload payload = counted(ref, offset, 1);
-        const std::string_view text(reinterpret_cast<const char*>(bytes_ + payload.start),
-                                    static_cast<std::size_t>(payload.count));
-        if (isAscii(text)) {
-            return std::string(text);
-        }
+        return {reinterpret_cast<const char*>(bytes_ + payload.start),
+                static_cast<std::size_t>(payload.count)};
     }
     std::string out;
     appendString(ref, out);
@@ -325,13 +322,12 @@ void BinaryPlistReader::appendString(PlistRef ref, std::string& out) const {
     const std::uint8_t type = bytes_[offset] & 0xF0;
     if (type == kTypeAscii) {
         const Payload payload = counted(ref, offset, 1);
-        appendValidUtf8({reinterpret_cast<const char*>(bytes_ + payload.start),
-                         static_cast<std::size_t>(payload.count)},
-                        out);
+        out.append(reinterpret_cast<const char*>(bytes_ + payload.start),
+                   static_cast<std::size_t>(payload.count));
     } else if (type == kTypeUtf16) {
         const Payload payload = counted(ref, offset, 2);
-        appendUtf8FromUtf16BigEndian(bytes_ + payload.start,
-                                     static_cast<std::size_t>(payload.count), out);
+        appendBytesFromUtf16BigEndian(bytes_ + payload.start,
+                                      static_cast<std::size_t>(payload.count), out);
     } else {
         wrongKind(ref, "string");
     }
@@ -342,12 +338,10 @@ bool BinaryPlistReader::stringEquals(PlistRef ref, std::string_view utf8) const 
     const std::uint8_t type = bytes_[offset] & 0xF0;
     if (type == kTypeAscii) {
         const Payload payload = counted(ref, offset, 1);
-        const std::string_view text(reinterpret_cast<const char*>(bytes_ + payload.start),
-                                    static_cast<std::size_t>(payload.count));
-        if (isAscii(text)) {
-            return text == utf8;
-        }
-    } else if (type != kTypeUtf16) {
+        return std::string_view(reinterpret_cast<const char*>(bytes_ + payload.start),
+                                static_cast<std::size_t>(payload.count)) == utf8;
+    }
+    if (type != kTypeUtf16) {
         return false;
     }
     return string(ref) == utf8;

@@ -17,10 +17,11 @@
 // accessors never recurse, so a cyclic file (an array containing itself) only matters to
 // recursive walkers such as decodePlistValue, which detects cycles.
 //
-// Text: strings come back as UTF-8. UTF-16 strings are converted with surrogate pairs combined
-// and each lone surrogate replaced by U+FFFD, so a cache whose file names came through an
-// imperfect converter still loads. ASCII strings holding bytes >= 0x80 (some writers store UTF-8
-// there) are read as UTF-8, invalid sequences replaced by U+FFFD. See PlistText.h.
+// Text: strings come back as name bytes (see PlistText.h). UTF-16 strings are converted with
+// surrogate pairs combined, U+DC80–U+DCFF as the bytes they stand for (how Brimvale writes names
+// that are not valid UTF-8) and any other lone surrogate as U+FFFD, so a cache whose file names
+// came through an imperfect converter still loads. ASCII strings holding bytes >= 0x80 (some
+// writers store UTF-8 there) come back byte for byte.
 //
 // Integers: the format stores signed integers of up to 128 bits (1-, 2- and 4-byte integers are
 // unsigned, 8- and 16-byte ones two's complement). This reader accepts values from INT64_MIN to
@@ -129,7 +130,7 @@ public:
     // A view into the file.
     std::span<const std::uint8_t> data(PlistRef ref) const;
     std::uint64_t uid(PlistRef ref) const;
-    // The string as UTF-8 (see the header comment for malformed text).
+    // The string as bytes (see the header comment for text that is not UTF-8).
     std::string string(PlistRef ref) const;
     void appendString(PlistRef ref, std::string& out) const;
     // Whether the object is a string equal to `utf8`; false for other kinds.

@@ -17,9 +17,9 @@
 //   instead of 83 MB) for about a third more writing time. Strings compare byte for byte.
 //   Booleans are two shared objects, false and true.
 // - Strings that are pure ASCII are written as ASCII, all others as UTF-16 big-endian (the
-//   format's rule). Invalid UTF-8 (a Linux file name can be any bytes) is written with each
-//   maximal invalid subsequence replaced by U+FFFD (see PlistText.h): the file stays valid, the
-//   name reads back altered.
+//   format's rule). Bytes that are not valid UTF-8 (a Linux file name can be any bytes) are
+//   written as the lone surrogates U+DC80–U+DCFF (see PlistText.h), which the reader turns back
+//   into the same bytes.
 // - Refs and offsets take the smallest width from 1 to 8 bytes that holds the object count and
 //   the offset table's position (3 bytes for typical records of a million nodes).
 

@@ -230,9 +230,11 @@ TEST(BinaryPlistReader, RareEncodingsOfOtherTypes) {
     add({0x62, 0xDE, 0x00, 0x00, 0x41}, std::string("\xEF\xBF\xBD"
                                                     "A")); // lone low surrogate
     add({0x61, 0xD8, 0x3D}, std::string("\xEF\xBF\xBD"));  // lone high surrogate
-    // Some writers put UTF-8 in ASCII strings: read as UTF-8, invalid bytes replaced.
+    add({0x62, 0xDC, 0xE9, 0x00, 0x41}, std::string("\xE9"
+                                                    "A")); // an escaped byte of a name
+    // Some writers put UTF-8 (or other bytes) in ASCII strings: read byte for byte.
     add({0x54, 'c', 'a', 0xC3, 0xA9}, std::string("ca\xC3\xA9"));
-    add({0x53, 'c', 'a', 0xFF}, std::string("ca\xEF\xBF\xBD"));
+    add({0x53, 'c', 'a', 0xFF}, std::string("ca\xFF"));
     const auto shared = plist.add(asciiObject("shared"));
     refs.push_back(shared);
     expected.push_back(std::string("shared"));
