@@ -265,6 +265,11 @@ TEST_F(FinishedTreeWindowTest, AScanThatCouldNotBeSavedWarnsOnItsPaneUntilASaveS
     ASSERT_TRUE(photos->waitForScans(before + 1));
     const FileNodeRef again = finished(folder("photos", {file("big.bin", 5'000'000)}));
     photos->push(ScriptedProvider::Finish{again});
+    // The finished tree is saved once the main thread has taken it: wait for that first.
+    ASSERT_TRUE(pumpUntil([&] {
+        const auto* done = viewModel->state().as<ScannerState::Done>();
+        return done != nullptr && done->root == again;
+    }));
     ASSERT_TRUE(viewModel->waitForSavedScans(20s));
     ASSERT_TRUE(pumpUntil([&] {
         const auto* done = viewModel->state().as<ScannerState::Done>();
