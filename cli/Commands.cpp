@@ -6,6 +6,7 @@
 #include "cli/LzfseCommand.h"
 #include "cli/OpenCommand.h"
 #include "cli/RemotesCommand.h"
+#include "cli/RemoveCommand.h"
 #include "cli/ScanCommand.h"
 #include "cli/VolumesCommand.h"
 #include "core/model/SizeFormatter.h"
@@ -55,9 +56,9 @@ Command sizeCommand() {
 } // namespace
 
 std::vector<Command> allCommands() {
-    return {sizeCommand(),  remotesCommand(), lsCommand(),       accountsCommand(),
-            scanCommand(),  openCommand(),    exportCommand(),   volumesCommand(),
-            cacheCommand(), lzfseCommand(),   webConfigCommand()};
+    return {sizeCommand(),  remotesCommand(), lsCommand(),        accountsCommand(),
+            scanCommand(),  openCommand(),    exportCommand(),    volumesCommand(),
+            cacheCommand(), lzfseCommand(),   webConfigCommand(), removeCommand()};
 }
 
 } // namespace brimvale::cli
