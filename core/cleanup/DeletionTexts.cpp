@@ -28,6 +28,7 @@ std::string lastName(const std::string& location) {
     return slash == std::string::npos ? location : location.substr(slash + 1);
 }
 
+// Items named in a question or a report; the rest are counted.
 constexpr std::size_t kNamedFailures = 10;
 
 } // namespace
@@ -50,19 +51,29 @@ std::string deletionItemsText(const std::vector<DeletionItem>& items) {
 std::string deletionQuestion(DeletionMethod method, const std::vector<DeletionItem>& items,
                              const std::string& accountName, const std::string& rcloneType) {
     const std::string what = deletionItemsText(items);
+    std::string text;
     switch (method) {
     case DeletionMethod::moveToTrash:
-        return "Move " + what + " to the trash?";
+        text = "Move " + what + " to the trash?";
+        break;
     case DeletionMethod::deletePermanently:
-        return "Delete " + what + " permanently? This cannot be undone.";
+        text = "Delete " + what + " permanently? This cannot be undone.";
+        break;
     case DeletionMethod::deleteFromCloud:
+        text = "Delete " + what + " from the account \u201C" + accountName + "\u201D?";
         break;
     }
-    std::string text = "Delete " + what + " from the account \u201C" + accountName + "\u201D?\n";
-    for (const auto& item : items) {
-        text += "  " + item.location + (item.isDirectory ? " (folder)" : "") + "\n";
+    for (std::size_t i = 0; i < items.size() && i < kNamedFailures; ++i) {
+        text += "\n  " + items[i].location + (items[i].isDirectory ? " (folder)" : "");
     }
-    return text + providerTrashSentence(rcloneType);
+    if (items.size() > kNamedFailures) {
+        text += "\n  \u2026 and " +
+                grouped(static_cast<std::int64_t>(items.size() - kNamedFailures)) + " more";
+    }
+    if (method == DeletionMethod::deleteFromCloud) {
+        text += "\n" + providerTrashSentence(rcloneType);
+    }
+    return text;
 }
 
 std::string deletionReportText(DeletionMethod method, const DeletionReport& report) {

@@ -13,8 +13,9 @@ namespace brimvale {
 // several.
 std::string deletionItemsText(const std::vector<DeletionItem>& items);
 
-// The question before a deletion: what goes, how much, whether it can come back. Cloud
-// questions name the account and every full path, and say whether the provider keeps a trash.
+// The question before a deletion: what goes (every location, on lines of their own after the
+// first), how much, whether it can come back. Cloud questions name the account and say
+// whether the provider keeps a trash.
 std::string deletionQuestion(DeletionMethod method, const std::vector<DeletionItem>& items,
                              const std::string& accountName, const std::string& rcloneType);
 
