@@ -142,11 +142,21 @@ std::string treePathOf(const std::string& path, bool isLocal, const std::string&
     return "/" + *normalized;
 }
 
+// `text` line by line: displayText keeps each name on one line, and the lines stay lines.
+void writeLines(std::ostream& out, std::string_view text) {
+    while (!text.empty()) {
+        const auto end = text.find('\n');
+        out << displayText(text.substr(0, end)) << (end == std::string_view::npos ? "" : "\n");
+        text.remove_prefix(end == std::string_view::npos ? text.size() : end + 1);
+    }
+}
+
 bool confirmOnTerminal(const std::string& question, CommandStreams streams) {
     if (&streams.err != &std::cerr || !::isatty(STDIN_FILENO) || !::isatty(STDERR_FILENO)) {
         return false;
     }
-    streams.err << question << " [y/N] " << std::flush;
+    writeLines(streams.err, question);
+    streams.err << " [y/N] " << std::flush;
     std::string answer;
     if (!std::getline(std::cin, answer)) {
         streams.err << '\n';
@@ -238,7 +248,7 @@ int runRemove(std::span<const std::string> rawArguments, CommandStreams streams)
         streams.out << "Frees " << formatBytes(items.front().size) << " (as scanned).\n";
         return exitSuccess;
     }
-    if (!arguments.yes && !confirmOnTerminal(displayText(question), streams)) {
+    if (!arguments.yes && !confirmOnTerminal(question, streams)) {
         return fail("nothing deleted: confirm with --yes (or answer y on a terminal)");
     }
 
@@ -264,8 +274,9 @@ int runRemove(std::span<const std::string> rawArguments, CommandStreams streams)
     }
     const DeletionReport& report = *deletion->lastReport;
     viewModel.waitForSavedScans(std::chrono::minutes(2));
-    (report.failures.empty() ? streams.out : streams.err)
-        << displayText(deletionReportText(method, report)) << '\n';
+    std::ostream& reportStream = report.failures.empty() ? streams.out : streams.err;
+    writeLines(reportStream, deletionReportText(method, report));
+    reportStream << '\n';
     if (const auto failure = viewModel.savedScanFailure(id)) {
         return fail("the saved scan could not be updated: " + displayText(*failure));
     }
