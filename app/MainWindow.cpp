@@ -14,6 +14,7 @@
 #include "app/support/Symbols.h"
 #include "app/support/WidgetText.h"
 #include "app/views/CheckingConfigView.h"
+#include "app/views/DeletionProgressView.h"
 #include "app/views/ErrorView.h"
 #include "app/views/IdleView.h"
 #include "app/views/LoadingCacheView.h"
@@ -73,6 +74,7 @@ MainWindow::MainWindow(ScannerViewModel& viewModel, Options options, QWidget* pa
     setUnifiedTitleAndToolBarOnMac(true);
 
     sidebar_ = new AccountSidebar(viewModel_, *signals_, this);
+    new DeletionProgressView(viewModel_, *signals_, this);
     sidebar_->setMinimumWidth(kMinSidebarWidth);
     detail_ = new QStackedWidget(this);
     detail_->setAccessibleName(tr("Details"));

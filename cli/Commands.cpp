@@ -7,6 +7,7 @@
 #include "cli/LzfseCommand.h"
 #include "cli/OpenCommand.h"
 #include "cli/RemotesCommand.h"
+#include "cli/RemoveCommand.h"
 #include "cli/ScanCommand.h"
 #include "cli/VolumesCommand.h"
 #include "core/model/SizeFormatter.h"
@@ -56,10 +57,10 @@ Command sizeCommand() {
 } // namespace
 
 std::vector<Command> allCommands() {
-    return {sizeCommand(),     remotesCommand(), lsCommand(),      accountsCommand(),
-            scanCommand(),     historyCommand(), changesCommand(), openCommand(),
-            exportCommand(),   volumesCommand(), cacheCommand(),   lzfseCommand(),
-            webConfigCommand()};
+    return {sizeCommand(),      remotesCommand(), lsCommand(),      accountsCommand(),
+            scanCommand(),      historyCommand(), changesCommand(), openCommand(),
+            exportCommand(),    volumesCommand(), cacheCommand(),   lzfseCommand(),
+            webConfigCommand(), removeCommand()};
 }
 
 } // namespace brimvale::cli

@@ -59,6 +59,9 @@ void ViewModelSignals::publishedFieldChanged(PublishedField field) {
     case PublishedField::folderRefreshes:
         emit folderRefreshesChanged();
         break;
+    case PublishedField::itemDeletions:
+        emit itemDeletionsChanged();
+        break;
     case PublishedField::showLocalVolumePicker:
     case PublishedField::pendingLocalDiskPickerRemoteID:
         emit localVolumePickerChanged();

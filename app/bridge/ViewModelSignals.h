@@ -39,6 +39,8 @@ signals:
     void accountRemovalErrorChanged();
     // Folders being refreshed, or a refresh failure, changed (any account).
     void folderRefreshesChanged();
+    // A deletion started, progressed or ended (any account).
+    void itemDeletionsChanged();
 
 private:
     void publishedFieldChanged(PublishedField field) override;

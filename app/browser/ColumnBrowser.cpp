@@ -4,6 +4,7 @@
 #include "app/browser/ColumnListView.h"
 #include "app/browser/ColumnResizeSplitter.h"
 #include "app/browser/ColumnRowDelegate.h"
+#include "app/browser/DeletionActions.h"
 #include "app/browser/HoverNameChip.h"
 #include "app/browser/PreviewPanel.h"
 #include "app/browser/SelectionDebouncer.h"
@@ -493,11 +494,24 @@ void ColumnBrowser::showRowMenu(ColumnListView& view, int row, const QPoint& glo
     if (!node) {
         return;
     }
-    activateRow(view, row);
-    rowMenu(node)->exec(globalPosition);
+    // A right click inside a selection of several rows keeps it; anywhere else it selects
+    // the row.
+    std::vector<FileNodeRef> selection;
+    const QModelIndexList selected = view.selectionModel()->selectedRows();
+    if (selected.size() > 1 && view.selectionModel()->isSelected(view.model()->index(row, 0))) {
+        for (const QModelIndex& index : selected) {
+            if (FileNodeRef chosen = view.itemsModel()->nodeRefAt(index.row())) {
+                selection.push_back(std::move(chosen));
+            }
+        }
+    } else {
+        activateRow(view, row);
+    }
+    rowMenu(node, std::move(selection))->exec(globalPosition);
 }
 
-std::unique_ptr<QMenu> ColumnBrowser::rowMenu(const FileNodeRef& node) {
+std::unique_ptr<QMenu> ColumnBrowser::rowMenu(const FileNodeRef& node,
+                                              std::vector<FileNodeRef> selection) {
     auto menu = std::make_unique<QMenu>(this);
     menu->setToolTipsVisible(true);
     const bool local = isLocal();
@@ -552,6 +566,16 @@ std::unique_ptr<QMenu> ColumnBrowser::rowMenu(const FileNodeRef& node) {
         copied->setUrls({ExternalOpen::openURL(*node, true, std::nullopt)});
         QApplication::clipboard()->setMimeData(copied);
     });
+    if (selection.empty()) {
+        selection.push_back(node);
+    }
+    const ProviderRef& account = viewModel_.activeProvider();
+    const ItemDeletionState* deletion =
+        account ? viewModel_.itemDeletion(account->remoteID()) : nullptr;
+    const bool canDelete = account && viewModel_.state().is<ScannerState::Done>() &&
+                           viewModel_.state().as<ScannerState::Done>()->root == state_.root() &&
+                           (deletion == nullptr || !deletion->running);
+    addDeletionActions(*menu, viewModel_, selection, canDelete, window());
     return menu;
 }
 

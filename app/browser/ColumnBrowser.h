@@ -69,8 +69,11 @@ public:
     void setRefreshingFolders(std::set<std::string> folders);
     const std::set<std::string>& refreshingFolders() const { return refreshingFolders_; }
     // The context menu of a row, as a right click shows it (files: Open, Show/Open in
-    // Browser, Copy; folders: Show/Open in Browser, Rescan This Folder, Copy).
-    std::unique_ptr<QMenu> rowMenu(const FileNodeRef& node);
+    // Browser, Copy; folders: Show/Open in Browser, Rescan This Folder, Copy; then the
+    // deletion items). The deletion items act on `selection` when given (the selected rows of
+    // the column, the node among them), else on the node.
+    std::unique_ptr<QMenu> rowMenu(const FileNodeRef& node,
+                                   std::vector<FileNodeRef> selection = {});
 
     // What changed since an earlier scan, shown in every column (null: nothing), and whether
     // columns list the largest changes first.

@@ -15,7 +15,8 @@ ColumnListView::ColumnListView(int depth, QWidget* parent)
     , depth_(depth) {
     setItemDelegate(new ColumnRowDelegate(this));
     setUniformItemSizes(true);
-    setSelectionMode(QAbstractItemView::SingleSelection);
+    // Ctrl and Shift clicks select several rows (for the row menu's deletion items).
+    setSelectionMode(QAbstractItemView::ExtendedSelection);
     setSelectionBehavior(QAbstractItemView::SelectRows);
     setEditTriggers(QAbstractItemView::NoEditTriggers);
     setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
@@ -88,6 +89,11 @@ void ColumnListView::mousePressEvent(QMouseEvent* event) {
     const QModelIndex index = indexAt(pressPosition_);
     if (!hasFocus()) {
         setFocus(Qt::MouseFocusReason);
+    }
+    if (event->button() == Qt::LeftButton && index.isValid() &&
+        (event->modifiers() & (Qt::ControlModifier | Qt::ShiftModifier))) {
+        QListView::mousePressEvent(event);
+        return;
     }
     if (event->button() == Qt::LeftButton && index.isValid() && rowClicked) {
         rowClicked(*this, index.row());

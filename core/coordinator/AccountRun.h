@@ -1,5 +1,6 @@
 #pragma once
 
+#include "core/coordinator/ItemDeletionState.h"
 #include "core/coordinator/ScannerState.h"
 #include "core/model/FileNode.h"
 #include "core/model/ScanProgress.h"
@@ -63,6 +64,8 @@ public:
     // The folders being refreshed now, and why the last refresh failed.
     std::set<std::string> foldersRefreshing;
     std::optional<std::string> folderRefreshError;
+    // Items of the finished tree being deleted, or the last deletion's report.
+    ItemDeletionState deletion;
     // The local folder chosen for the account (remembered in the settings too).
     std::optional<std::string> localScanPath;
     // The listing mode chosen for this session (brimvale-cli scan --per-folder).

@@ -32,6 +32,8 @@ enum class PublishedField {
     pendingLocalDiskPickerRemoteID,
     // foldersRefreshing and folderRefreshError of any account.
     folderRefreshes,
+    // itemDeletion of any account (running, progress, report).
+    itemDeletions,
     // Not a field of its own: a pane state of an account that is not shown changed (the
     // sidebar shows every account's state at a glance).
     paneStates,

@@ -199,6 +199,23 @@ public:
     const std::set<std::string>& foldersRefreshing(const std::string& remoteID) const;
     // Why the account's last folder refresh failed; cleared when the next one starts.
     std::optional<std::string> folderRefreshError(const std::string& remoteID) const;
+    // Deleting items of the account's finished tree (ItemDeletions.cpp). `nodePaths` are
+    // FileNode::path() values of the tree on screen; the root and items inside another
+    // selected folder are left out. Local accounts move to the trash or delete permanently,
+    // cloud accounts delete through rclone (`method` is then deleteFromCloud). Runs in the
+    // background; afterwards the items gone leave the tree (sizes and order change up through
+    // every ancestor), folders deleted only in part are listed again, and the tree is saved.
+    // Does nothing unless the pane is done and no deletion of the account runs.
+    void deleteItems(const std::string& remoteID, const std::vector<std::string>& nodePaths,
+                     DeletionMethod method);
+    // What deleteItems would delete, for the confirmation and dry runs.
+    std::vector<DeletionItem> deletionItems(const std::string& remoteID,
+                                            const std::vector<std::string>& nodePaths);
+    // Stops the account's deletion (the local walk at its next entry, rclone with SIGTERM).
+    void stopDeletion(const std::string& remoteID);
+    // The account's deletion (itemDeletions); null when the account has no record.
+    const ItemDeletionState* itemDeletion(const std::string& remoteID) const;
+    void dismissDeletionReport(const std::string& remoteID);
     // Cancels every running scan the way cancelScan does (partial trees are saved) and every
     // other background run; for quitting. `waitForSavedScans` then waits for the saves.
     void cancelAllWork();
@@ -321,6 +338,8 @@ private:
         std::vector<SkippedFolder> skippedFolders;
     };
     void finishFolderRefresh(const FolderRefreshResult& result);
+    void finishDeletion(const std::string& remoteID, std::int64_t generation,
+                        const FileNodeRef& root, const DeletionReport& report);
     class Liveness;
 
     Clock::time_point now() const;

@@ -24,7 +24,7 @@ _brimvale_cli()
     _init_completion -n : || return
 
     local commands="help size remotes ls accounts scan history changes open export volumes cache lzfse
-        web-config"
+        web-config rm"
     local services="gdrive dropbox onedrive s3 r2 gcs azureblob box mega sftp ftp"
 
     if ((cword == 1)); then
@@ -138,6 +138,16 @@ _brimvale_cli()
             else
                 _filedir -d
                 _brimvale_cli_complete_remotes
+            fi
+            ;;
+        rm)
+            if [[ $cur == -* ]]; then
+                COMPREPLY=($(compgen -W "--trash --permanent --yes --dry-run --help" -- "$cur"))
+            elif ((cword == 2)); then
+                _filedir -d
+                _brimvale_cli_complete_remotes
+            elif ((cword == 3)); then
+                _filedir
             fi
             ;;
         lzfse)
