@@ -64,14 +64,17 @@ std::string deletionQuestion(DeletionMethod method, const std::vector<DeletionIt
         break;
     }
     for (std::size_t i = 0; i < items.size() && i < kNamedFailures; ++i) {
-        text += "\n  " + items[i].location + (items[i].isDirectory ? " (folder)" : "");
+        text += "\n  ";
+        text += items[i].location;
+        text += items[i].isDirectory ? " (folder)" : "";
     }
     if (items.size() > kNamedFailures) {
         text += "\n  \u2026 and " +
                 grouped(static_cast<std::int64_t>(items.size() - kNamedFailures)) + " more";
     }
     if (method == DeletionMethod::deleteFromCloud) {
-        text += "\n" + providerTrashSentence(rcloneType);
+        text += '\n';
+        text += providerTrashSentence(rcloneType);
     }
     return text;
 }
