@@ -1,6 +1,7 @@
 // Saves and loads the scan cache of the shared disk-like tree (about 1.09 million nodes) and
 // prints one figure per line as "name: value unit". The load runs in a fresh process so its
 // peak memory is its own. Run the release build: build/release/bench/cache_bench
+#include "bench/BenchMeasures.h"
 #include "bench/DiskLikeTree.h"
 #include "core/persistence/cache/CacheRecord.h"
 #include "core/persistence/cache/CacheSnapshot.h"
@@ -21,25 +22,10 @@
 extern char** environ;
 
 using namespace brimvale;
+using brimvale::bench::secondsSince;
+using brimvale::bench::statusKilobytes;
 
 namespace {
-
-double secondsSince(std::chrono::steady_clock::time_point start) {
-    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-}
-
-// A field of /proc/self/status in kB, such as VmRSS or VmHWM.
-long statusKilobytes(const char* field) {
-    std::ifstream status("/proc/self/status");
-    std::string line;
-    const std::string prefix = std::string(field) + ":";
-    while (std::getline(status, line)) {
-        if (line.rfind(prefix, 0) == 0) {
-            return std::atol(line.c_str() + prefix.size());
-        }
-    }
-    return 0;
-}
 
 int loadOnly(const std::string& directory) {
     ScanCache cache(directory);

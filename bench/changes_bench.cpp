@@ -4,6 +4,7 @@
 // files). The comparison runs in a fresh process, so its peak memory is its own; the tree's
 // memory is measured in this one. Also prints what the history costs on disk, with and without
 // the files under 1 MB. Run the release build: build/release/bench/changes_bench
+#include "bench/BenchMeasures.h"
 #include "bench/DiskLikeTree.h"
 #include "core/persistence/cache/CacheRecord.h"
 #include "core/persistence/cache/CacheSnapshot.h"
@@ -20,25 +21,10 @@
 #include <string>
 
 using namespace brimvale;
+using brimvale::bench::secondsSince;
+using brimvale::bench::statusKilobytes;
 
 namespace {
-
-double secondsSince(std::chrono::steady_clock::time_point start) {
-    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-}
-
-// A field of /proc/self/status in kB, such as VmRSS or VmHWM.
-long statusKilobytes(const char* field) {
-    std::ifstream status("/proc/self/status");
-    std::string line;
-    const std::string prefix = std::string(field) + ":";
-    while (std::getline(status, line)) {
-        if (line.rfind(prefix, 0) == 0) {
-            return std::atol(line.c_str() + prefix.size());
-        }
-    }
-    return 0;
-}
 
 double megabytes(double bytes) {
     return bytes / 1e6;

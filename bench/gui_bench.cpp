@@ -16,6 +16,7 @@
 #include "app/browser/ColumnBrowser.h"
 #include "app/browser/ColumnListView.h"
 #include "app/views/TreePage.h"
+#include "bench/BenchMeasures.h"
 #include "core/coordinator/ScannerViewModel.h"
 #include "core/persistence/settings/ScanUISettings.h"
 #include "core/support/InMemorySettingsStore.h"
@@ -41,20 +42,7 @@ namespace {
 using namespace brimvale;
 using Clock = std::chrono::steady_clock;
 
-double millisecondsSince(Clock::time_point start) {
-    return std::chrono::duration<double, std::milli>(Clock::now() - start).count();
-}
-
-long peakResidentKilobytes() {
-    std::ifstream status("/proc/self/status");
-    std::string line;
-    while (std::getline(status, line)) {
-        if (line.rfind("VmHWM:", 0) == 0) {
-            return std::strtol(line.c_str() + 6, nullptr, 10);
-        }
-    }
-    return 0;
-}
+using brimvale::bench::millisecondsSince;
 
 double percentile(std::vector<double> values, double fraction) {
     if (values.empty()) {
@@ -208,7 +196,7 @@ int main(int argc, char** argv) {
             std::printf("gui.event_loop_lag_p99_ms: %.1f ms\n", percentile(lags, 0.99));
         }
         std::printf("gui.peak_rss_mb: %.0f MB\n",
-                    static_cast<double>(peakResidentKilobytes()) / 1024.0);
+                    static_cast<double>(brimvale::bench::statusKilobytes("VmHWM")) / 1024.0);
         std::fflush(stdout);
         window.close();
         viewModel.cancelAllWork();

@@ -5,6 +5,7 @@
 // own, as `brimvale-cli open` opens it, not in a heap the written tree has just left.
 //
 //   ncdu_json_bench [FILE]   (default: a file in the temporary folder, removed afterwards)
+#include "bench/BenchMeasures.h"
 #include "bench/DiskLikeTree.h"
 #include "core/interchange/ExportTextSource.h"
 #include "core/interchange/NcduExportReader.h"
@@ -25,9 +26,7 @@ namespace {
 using namespace brimvale;
 using Clock = std::chrono::steady_clock;
 
-double millisecondsSince(Clock::time_point start) {
-    return std::chrono::duration<double, std::milli>(Clock::now() - start).count();
-}
+using brimvale::bench::millisecondsSince;
 
 // The process's resident memory now, in bytes.
 double residentBytes() {

@@ -5,6 +5,7 @@
 // 10,000 entries, and the streamed scan of the same tree for reference.
 //
 //   remote_scan_bench [FOLDERS] [RUNS]      (default 200 folders, median of 3 runs)
+#include "bench/BenchMeasures.h"
 #include "core/rclone/ChildProcess.h"
 #include "core/rclone/GenericRcloneAdapter.h"
 #include "core/rclone/RcloneListingMerge.h"
@@ -33,9 +34,7 @@ namespace fs = std::filesystem;
 
 constexpr const char* kRclone = "/usr/bin/rclone";
 
-double millisecondsSince(Clock::time_point start) {
-    return std::chrono::duration<double, std::milli>(Clock::now() - start).count();
-}
+using brimvale::bench::millisecondsSince;
 
 double median(std::vector<double> values) {
     std::sort(values.begin(), values.end());

@@ -4,6 +4,7 @@
 // against what the finished tree keeps.
 //
 //   stream_scan_bench [FILES]      (default 500,000 files, 20 to a folder)
+#include "bench/BenchMeasures.h"
 #include "core/rclone/GenericRcloneAdapter.h"
 #include "core/rclone/RcloneListingStream.h"
 #include "core/rclone/RcloneStreamMerge.h"
@@ -26,9 +27,7 @@ namespace {
 using namespace brimvale;
 using Clock = std::chrono::steady_clock;
 
-double millisecondsSince(Clock::time_point start) {
-    return std::chrono::duration<double, std::milli>(Clock::now() - start).count();
-}
+using brimvale::bench::millisecondsSince;
 
 // Folders of 20 files, 30 folders to a parent, names of varied length; the folder entries of a
 // level come before the entries inside them, as rclone's walk writes them.

@@ -3,6 +3,7 @@
 #include "cli/CoordinatorSession.h"
 #include "cli/DisplayText.h"
 #include "cli/InterruptListener.h"
+#include "cli/SavedScanTarget.h"
 #include "core/cleanup/DeletionTexts.h"
 #include "core/cleanup/TreeRemoval.h"
 #include "core/local/LocalDiskAdapter.h"
@@ -64,36 +65,6 @@ RemoveArguments parseRemoveArguments(std::span<const std::string> arguments) {
         throw UsageError("the item to delete is empty");
     }
     return parsed;
-}
-
-// "gdrive:" names an account, as for scan; "./a:b" and "/mnt/x:y" are folders.
-std::optional<std::string> accountInTarget(const std::string& target) {
-    const auto colon = target.find(':');
-    const auto slash = target.find('/');
-    if (colon == std::string::npos || colon == 0 || (slash != std::string::npos && slash < colon)) {
-        return std::nullopt;
-    }
-    if (colon + 1 != target.size()) {
-        throw UsageError("'" + target + "' names a folder inside an account; give the account as " +
-                         target.substr(0, colon + 1) + " and the item as a path below it");
-    }
-    return target.substr(0, colon);
-}
-
-ProviderRef localAccount(const ScannerViewModel& viewModel) {
-    ProviderRef placeholder;
-    for (const auto& provider : viewModel.providers()) {
-        if (provider->rcloneType() != "local") {
-            continue;
-        }
-        if (viewModel.configuredRemoteNames().contains(provider->remoteID())) {
-            return provider;
-        }
-        if (!placeholder) {
-            placeholder = provider;
-        }
-    }
-    return placeholder;
 }
 
 // `path` below the scanned folder, "/"-separated with no empty or "." parts; none when it
@@ -167,7 +138,8 @@ bool confirmOnTerminal(const std::string& question, CommandStreams streams) {
 
 int runRemove(std::span<const std::string> rawArguments, CommandStreams streams) {
     const RemoveArguments arguments = parseRemoveArguments(rawArguments);
-    const std::optional<std::string> accountName = accountInTarget(arguments.target);
+    const std::optional<std::string> accountName =
+        accountInTarget(arguments.target, " and the item as a path below it");
     if (accountName && arguments.localMethod) {
         throw UsageError("--trash and --permanent are for folders of this computer; an item of "
                          "an account is deleted through its provider");

@@ -2,15 +2,15 @@
 
 #include "cli/CommandLine.h"
 #include "cli/CoordinatorSession.h"
+#include "core/coordinator/ScannerViewModel.h"
 #include "core/local/LocalDiskAdapter.h"
 #include "core/persistence/cache/LocalScanCacheStem.h"
 
 #include <stdexcept>
 
 namespace brimvale::cli {
-namespace {
 
-std::optional<std::string> accountInTarget(const std::string& target) {
+std::optional<std::string> accountInTarget(const std::string& target, std::string_view advice) {
     const auto colon = target.find(':');
     const auto slash = target.find('/');
     if (colon == std::string::npos || colon == 0 || (slash != std::string::npos && slash < colon)) {
@@ -18,42 +18,38 @@ std::optional<std::string> accountInTarget(const std::string& target) {
     }
     if (colon + 1 != target.size()) {
         throw UsageError("'" + target + "' names a folder inside an account; give the account as " +
-                         target.substr(0, colon + 1));
+                         target.substr(0, colon + 1) + std::string(advice));
     }
     return target.substr(0, colon);
 }
 
-// The account id local scans are saved under: the first configured local account, else the
-// pinned local row, as scan chooses.
-std::optional<std::string> localAccountID(const ScannerViewModel& viewModel) {
-    std::optional<std::string> placeholder;
+ProviderRef localAccount(const ScannerViewModel& viewModel) {
+    ProviderRef placeholder;
     for (const auto& provider : viewModel.providers()) {
         if (provider->rcloneType() != "local") {
             continue;
         }
         if (viewModel.configuredRemoteNames().contains(provider->remoteID())) {
-            return provider->remoteID();
+            return provider;
         }
         if (!placeholder) {
-            placeholder = provider->remoteID();
+            placeholder = provider;
         }
     }
     return placeholder;
 }
 
-} // namespace
-
 SavedScanTarget resolveSavedScanTarget(const std::string& target, CoordinatorSession& session) {
-    if (const auto account = accountInTarget(target)) {
+    if (const auto account = accountInTarget(target, "")) {
         return SavedScanTarget{.key = *account, .rootName = *account + ":"};
     }
     const std::string location = LocalDiskAdapter::resolveScanLocation(target);
     session.loadAccounts();
-    const auto accountID = localAccountID(session.viewModel());
-    if (!accountID) {
+    const ProviderRef account = localAccount(session.viewModel());
+    if (!account) {
         throw std::runtime_error("no local account is available");
     }
-    return SavedScanTarget{.key = LocalScanCacheStem::stem(*accountID, location),
+    return SavedScanTarget{.key = LocalScanCacheStem::stem(account->remoteID(), location),
                            .rootName = location};
 }
 

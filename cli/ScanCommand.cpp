@@ -4,6 +4,7 @@
 #include "cli/DisplayText.h"
 #include "cli/InterruptListener.h"
 #include "cli/ListingArguments.h"
+#include "cli/SavedScanTarget.h"
 #include "cli/ScanStatusLine.h"
 #include "cli/TreeJsonWriter.h"
 #include "cli/TreeListing.h"
@@ -61,25 +62,6 @@ ScanArguments parseScanArguments(std::span<const std::string> arguments) {
                          "everything: give one of them");
     }
     return parsed;
-}
-
-// "gdrive:" names an account; so does any text whose first colon comes before its first
-// slash, as in rclone. "./a:b" and "/mnt/x:y" are folders.
-std::optional<std::string> accountInTarget(const std::string& target) {
-    const auto colon = target.find(':');
-    if (colon == std::string::npos || colon == 0) {
-        return std::nullopt;
-    }
-    const auto slash = target.find('/');
-    if (slash != std::string::npos && slash < colon) {
-        return std::nullopt;
-    }
-    if (colon + 1 != target.size()) {
-        throw UsageError("'" + target + "' names a folder inside an account; give the account as " +
-                         target.substr(0, colon + 1) +
-                         " (Brimvale scans the whole account, or the bucket stored for it)");
-    }
-    return target.substr(0, colon);
 }
 
 bool writesToTerminal(const CommandStreams& streams) {
@@ -145,24 +127,6 @@ bool checkFolder(const std::string& target, CommandStreams streams) {
     return true;
 }
 
-// The local account a folder is scanned with: the first configured one, else the sidebar's
-// pinned local row.
-ProviderRef localAccount(const ScannerViewModel& viewModel) {
-    ProviderRef placeholder;
-    for (const auto& provider : viewModel.providers()) {
-        if (provider->rcloneType() != "local") {
-            continue;
-        }
-        if (viewModel.configuredRemoteNames().contains(provider->remoteID())) {
-            return provider;
-        }
-        if (!placeholder) {
-            placeholder = provider;
-        }
-    }
-    return placeholder;
-}
-
 void printSkippedFolders(std::vector<SkippedFolder> skipped, std::ostream& err) {
     if (skipped.empty()) {
         return;
@@ -223,7 +187,8 @@ const FileNode* folderBelow(const FileNode& root, std::string_view subpath) {
 int runScan(std::span<const std::string> rawArguments, CommandStreams streams) {
     const ScanArguments arguments = parseScanArguments(rawArguments);
     const std::string& target = arguments.listing.target;
-    const std::optional<std::string> accountName = accountInTarget(target);
+    const std::optional<std::string> accountName =
+        accountInTarget(target, " (Brimvale scans the whole account, or the bucket stored for it)");
     std::string location;
     if (!accountName) {
         if (!checkFolder(target, streams)) {

@@ -16,17 +16,6 @@ namespace {
 
 constexpr std::int64_t kRecordVersion = 2;
 
-// A cache file decompresses to a property list several times its size; the bound keeps a hostile
-// file from asking for unbounded memory while leaving room for real trees of many millions.
-std::size_t decompressionLimit(std::size_t compressedSize) {
-    constexpr std::size_t kFloor = std::size_t{64} << 20;
-    constexpr std::size_t kCeiling = std::size_t{16} << 30;
-    if (compressedSize > kCeiling / 512) {
-        return kCeiling;
-    }
-    return std::max(kFloor, compressedSize * 512);
-}
-
 std::optional<DecodedScan> decodeBoundedRecord(std::span<const std::uint8_t> data,
                                                const std::function<void(double)>& onProgress);
 
@@ -37,6 +26,15 @@ void report(const std::function<void(double)>& onProgress, double fraction) {
 }
 
 } // namespace
+
+std::size_t savedFileDecompressionLimit(std::size_t compressedSize) {
+    constexpr std::size_t kFloor = std::size_t{64} << 20;
+    constexpr std::size_t kCeiling = std::size_t{16} << 30;
+    if (compressedSize > kCeiling / 512) {
+        return kCeiling;
+    }
+    return std::max(kFloor, compressedSize * 512);
+}
 
 std::optional<std::vector<std::uint8_t>> encodeCacheSnapshot(const CacheSnapshot& snapshot,
                                                              std::string_view key) {
@@ -73,7 +71,7 @@ std::optional<std::vector<std::uint8_t>> encodeCacheSnapshot(const CacheSnapshot
 StoredRecord readStoredRecord(std::span<const std::uint8_t> data) {
     StoredRecord record;
     try {
-        record.propertyList = lzfseDecompress(data, decompressionLimit(data.size()));
+        record.propertyList = lzfseDecompress(data, savedFileDecompressionLimit(data.size()));
     } catch (const CorruptDataError&) {
         record.propertyList.assign(data.begin(), data.end());
     }
@@ -247,7 +245,7 @@ std::optional<DecodedScan> decodeBoundedRecord(std::span<const std::uint8_t> dat
     std::vector<std::uint8_t> decompressed;
     std::span<const std::uint8_t> propertyList = data;
     try {
-        decompressed = lzfseDecompress(data, decompressionLimit(data.size()));
+        decompressed = lzfseDecompress(data, savedFileDecompressionLimit(data.size()));
         propertyList = decompressed;
     } catch (const CorruptDataError&) {
     } catch (const std::bad_alloc&) {

@@ -22,6 +22,10 @@ namespace brimvale {
 std::optional<std::vector<std::uint8_t>> encodeCacheSnapshot(const CacheSnapshot& snapshot,
                                                              std::string_view key = {});
 
+// How far a saved file of `compressedSize` bytes may decompress: several times its size, so a
+// small hostile file cannot ask for unbounded memory while real trees of many millions fit.
+std::size_t savedFileDecompressionLimit(std::size_t compressedSize);
+
 // The property list of a ".cache" file (decompressed when it is compressed) and the key stored
 // in it (empty when it has none). Throws CorruptDataError for bytes that are no record.
 struct StoredRecord {

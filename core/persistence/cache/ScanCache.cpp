@@ -175,13 +175,8 @@ std::optional<Date> ScanCache::cacheDate(std::string_view stem) {
     if (!isSafeStem(stem)) {
         return std::nullopt;
     }
-    for (const auto suffix : {kCurrentSuffix, kLegacySuffix}) {
-        struct stat info {};
-        if (::stat(pathFor(stem, suffix).c_str(), &info) == 0 && S_ISREG(info.st_mode)) {
-            return modificationDate(info);
-        }
-    }
-    return std::nullopt;
+    const auto info = savedFileStatus(stem);
+    return info ? std::optional<Date>(modificationDate(*info)) : std::nullopt;
 }
 
 std::optional<std::string> ScanCache::savedFileIdentity(std::string_view stem) {
@@ -189,11 +184,19 @@ std::optional<std::string> ScanCache::savedFileIdentity(std::string_view stem) {
     if (!isSafeStem(stem)) {
         return std::nullopt;
     }
+    const auto info = savedFileStatus(stem);
+    if (!info) {
+        return std::nullopt;
+    }
+    return std::to_string(info->st_ino) + ":" + std::to_string(info->st_size) + ":" +
+           std::to_string(info->st_mtim.tv_sec) + "." + std::to_string(info->st_mtim.tv_nsec);
+}
+
+std::optional<struct stat> ScanCache::savedFileStatus(std::string_view stem) const {
     for (const auto suffix : {kCurrentSuffix, kLegacySuffix}) {
         struct stat info {};
         if (::stat(pathFor(stem, suffix).c_str(), &info) == 0 && S_ISREG(info.st_mode)) {
-            return std::to_string(info.st_ino) + ":" + std::to_string(info.st_size) + ":" +
-                   std::to_string(info.st_mtim.tv_sec) + "." + std::to_string(info.st_mtim.tv_nsec);
+            return info;
         }
     }
     return std::nullopt;

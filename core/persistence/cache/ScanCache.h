@@ -8,6 +8,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <sys/stat.h>
 #include <vector>
 
 namespace brimvale {
@@ -65,6 +66,8 @@ public:
 
 private:
     std::string pathFor(std::string_view stem, std::string_view suffix) const;
+    // The status of the stem's saved file (current format first); none without a regular file.
+    std::optional<struct stat> savedFileStatus(std::string_view stem) const;
     std::optional<LoadedData> loadFile(const std::string& path, std::string_view key);
     void logLocked(std::string_view message);
 

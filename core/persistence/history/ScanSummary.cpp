@@ -3,6 +3,7 @@
 #include "core/persistence/bplist/BinaryPlistColumns.h"
 #include "core/persistence/bplist/BinaryPlistReader.h"
 #include "core/persistence/bplist/BinaryPlistWriter.h"
+#include "core/persistence/cache/CacheRecord.h"
 #include "core/persistence/lzfse/Lzfse.h"
 #include "core/support/CorruptDataError.h"
 
@@ -15,13 +16,6 @@ namespace brimvale {
 namespace {
 
 constexpr std::int64_t kRecordVersion = 1;
-
-// The same bounds as a saved scan's: a small hostile file cannot ask for unbounded memory.
-std::size_t decompressionLimit(std::size_t compressedSize) {
-    constexpr std::size_t kFloor = std::size_t{64} << 20;
-    constexpr std::size_t kCeiling = std::size_t{16} << 30;
-    return compressedSize > kCeiling / 512 ? kCeiling : std::max(kFloor, compressedSize * 512);
-}
 
 } // namespace
 
@@ -112,7 +106,7 @@ static Date dateOf(const BinaryPlistReader& reader, PlistRef top) {
 
 ScanSummaryHeader decodeScanSummaryHeader(std::span<const std::uint8_t> bytes) {
     const std::vector<std::uint8_t> propertyList =
-        lzfseDecompress(bytes, decompressionLimit(bytes.size()));
+        lzfseDecompress(bytes, savedFileDecompressionLimit(bytes.size()));
     const BinaryPlistReader reader(propertyList);
     const PlistRef top = topOf(reader);
     ScanSummaryHeader header{.key = reader.string(reader.at(top, "ky")),
@@ -130,7 +124,7 @@ ScanSummaryHeader decodeScanSummaryHeader(std::span<const std::uint8_t> bytes) {
 
 ScanSummary decodeScanSummary(std::span<const std::uint8_t> bytes) {
     const std::vector<std::uint8_t> propertyList =
-        lzfseDecompress(bytes, decompressionLimit(bytes.size()));
+        lzfseDecompress(bytes, savedFileDecompressionLimit(bytes.size()));
     const std::uint64_t decodedLimit =
         std::max<std::uint64_t>(std::uint64_t{64} << 20, std::uint64_t{16} * propertyList.size());
     const BinaryPlistReader reader(propertyList, PlistReadLimits{.maxDecodedBytes = decodedLimit});
