@@ -24,19 +24,7 @@ std::optional<std::string> accountInTarget(const std::string& target, std::strin
 }
 
 ProviderRef localAccount(const ScannerViewModel& viewModel) {
-    ProviderRef placeholder;
-    for (const auto& provider : viewModel.providers()) {
-        if (provider->rcloneType() != "local") {
-            continue;
-        }
-        if (viewModel.configuredRemoteNames().contains(provider->remoteID())) {
-            return provider;
-        }
-        if (!placeholder) {
-            placeholder = provider;
-        }
-    }
-    return placeholder;
+    return viewModel.localDiskAccount();
 }
 
 SavedScanTarget resolveSavedScanTarget(const std::string& target, CoordinatorSession& session) {
@@ -44,8 +32,11 @@ SavedScanTarget resolveSavedScanTarget(const std::string& target, CoordinatorSes
         return SavedScanTarget{.key = *account, .rootName = *account + ":"};
     }
     const std::string location = LocalDiskAdapter::resolveScanLocation(target);
-    session.loadAccounts();
-    const ProviderRef account = localAccount(session.viewModel());
+    ProviderRef account = session.viewModel().localDiskAccountKnownFromLastList();
+    if (!account) {
+        session.loadAccounts();
+        account = localAccount(session.viewModel());
+    }
     if (!account) {
         throw std::runtime_error("no local account is available");
     }

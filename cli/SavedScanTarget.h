@@ -32,7 +32,7 @@ struct SavedScanTarget {
 
 // Throws UsageError for a folder inside an account ("gdrive:Photos"), std::system_error for a
 // folder that cannot be resolved, std::runtime_error when no local account exists. Reads the
-// account list for a folder.
+// account list for a folder when no earlier reading chose the local account.
 SavedScanTarget resolveSavedScanTarget(const std::string& target, CoordinatorSession& session);
 
 } // namespace brimvale::cli

@@ -223,6 +223,9 @@ int runScan(std::span<const std::string> rawArguments, CommandStreams streams) {
         // A known account's rescan needs nothing from the account list: the listing is the
         // command's only rclone run.
         provider = viewModel.accountKnownFromLastScan(*accountName);
+    } else if (!accountName && !arguments.refresh) {
+        // A folder refresh finds its account in the list; a scan needs none of it.
+        provider = viewModel.localDiskAccountKnownFromLastList();
     }
     if (!provider) {
         session.loadAccounts();

@@ -2,8 +2,10 @@
 // background, and publishing it (rows kept, made or dropped with their runs).
 #include "core/coordinator/CoordinatorInternals.h"
 #include "core/onboarding/CloudServiceCatalog.h"
+#include "core/persistence/settings/SettingsKeys.h"
 #include "core/support/MainQueue.h"
 #include "core/support/ScanDiagnostics.h"
+#include "core/support/SettingsStore.h"
 #include "core/support/Task.h"
 
 namespace brimvale {
@@ -153,6 +155,7 @@ void ScannerViewModel::publishAccountDirectory(AccountDirectory directory) {
     publish(backendTypesPresentInRclone_, std::move(types),
             PublishedField::backendTypesPresentInRclone);
     publish(sidebarRemoteReadyForUse_, std::move(ready), PublishedField::sidebarRemoteReadyForUse);
+    rememberLocalDiskAccount();
 
     // Accounts that left the list stop their loads and forget their panes: their results
     // would have nowhere to go, and an account added again under the name starts afresh.
@@ -184,6 +187,19 @@ void ScannerViewModel::publishAccountDirectory(AccountDirectory directory) {
         }
     }
     syncPublishedStateToSelection();
+}
+
+void ScannerViewModel::rememberLocalDiskAccount() {
+    const ProviderRef local = localDiskAccount();
+    if (!options_.settings || !local) {
+        return;
+    }
+    std::string chosen =
+        configuredRemoteNames_.contains(local->remoteID()) ? "configured:" : "pinned:";
+    chosen += local->remoteID();
+    if (options_.settings->stringValue(SettingsKeys::localDiskAccount()) != chosen) {
+        options_.settings->setString(SettingsKeys::localDiskAccount(), chosen);
+    }
 }
 
 } // namespace brimvale

@@ -196,4 +196,45 @@ ProviderRef ScannerViewModel::accountKnownFromLastScan(const std::string& remote
         {.remoteName = remoteID, .rcloneType = last->first, .section = RemoteConfigSection{}});
 }
 
+ProviderRef ScannerViewModel::localDiskAccount() const {
+    ProviderRef pinned;
+    for (const auto& candidate : providers_) {
+        if (candidate->rcloneType() != "local") {
+            continue;
+        }
+        if (configuredRemoteNames_.contains(candidate->remoteID())) {
+            return candidate;
+        }
+        if (!pinned) {
+            pinned = candidate;
+        }
+    }
+    return pinned;
+}
+
+ProviderRef ScannerViewModel::localDiskAccountKnownFromLastList() {
+    if (!options_.settings) {
+        return nullptr;
+    }
+    const auto known = options_.settings->stringValue(SettingsKeys::localDiskAccount());
+    if (!known) {
+        return nullptr;
+    }
+    const auto colon = known->find(':');
+    const std::string id = colon == std::string::npos ? std::string() : known->substr(colon + 1);
+    const std::string kind = known->substr(0, colon);
+    if (id.empty() || (kind != "configured" && kind != "pinned")) {
+        return nullptr;
+    }
+    AccountEntry entry{
+        .remoteName = id,
+        .rcloneType = "local",
+        .displayName = CloudServiceCatalog::sidebarLabel({.remoteName = id, .rcloneType = "local"}),
+        .isPlaceholder = kind == "pinned"};
+    if (kind == "configured") {
+        entry.section = RemoteConfigSection{};
+    }
+    return makeProvider(entry);
+}
+
 } // namespace brimvale

@@ -184,6 +184,13 @@ public:
     // settings (its backend type), without reading the account list: for a command that
     // rescans it and needs nothing else from rclone. None for an account never scanned.
     ProviderRef accountKnownFromLastScan(const std::string& remoteID);
+    // The account that scans local folders: the first local remote of the rclone
+    // configuration, else the pinned local row. None before the account list is read.
+    ProviderRef localDiskAccount() const;
+    // The local disk account as the last reading of the account list chose it (kept in the
+    // settings), without reading the list again: a local scan then runs no rclone at all.
+    // None when no list was ever read.
+    ProviderRef localDiskAccountKnownFromLastList();
     // The account's setting "List one folder at a time" (cloud accounts), which the next scan
     // follows; a session's choice made with openAccount comes first.
     bool listsOneFolderAtATime(const std::string& remoteID) const;
@@ -403,6 +410,7 @@ private:
 
     // The account list.
     void publishAccountDirectory(AccountDirectory directory);
+    void rememberLocalDiskAccount();
     std::optional<std::pair<std::string, bool>>
     listingOfLastScan(const std::string& remoteID) const;
     void finishAccountListRefresh(std::uint64_t refreshNumber, std::function<void()> onFinished);

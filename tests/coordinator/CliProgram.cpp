@@ -26,7 +26,7 @@ ChildProcessResult CliProgram::run(std::vector<std::string> arguments,
 }
 
 std::filesystem::path CliProgram::cacheFile(const std::string& stem) const {
-    return home_ / "cache" / "Brimvale" / (stem + ".cache");
+    return cacheDirectory() / (stem + ".cache");
 }
 
 } // namespace brimvale::testing

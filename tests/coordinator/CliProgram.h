@@ -25,6 +25,7 @@ public:
                            std::vector<EnvironmentChange> extra = {}) const;
     // Where the program keeps the saved scan of `stem`.
     std::filesystem::path cacheFile(const std::string& stem) const;
+    std::filesystem::path cacheDirectory() const { return home_ / "cache" / "Brimvale"; }
 
 private:
     const RcloneSandbox& sandbox_;

@@ -1,5 +1,7 @@
 // brimvale-cli scan and cache clear as a person runs them: the real program, the real rclone
 // with an alias remote over real files, and signals sent to the running scan.
+#include "core/persistence/cache/LocalScanCacheStem.h"
+#include "core/persistence/cache/ScanCache.h"
 #include "core/rclone/ChildProcess.h"
 #include "tests/coordinator/CliProgram.h"
 #include "tests/rclone/RcloneTestSupport.h"
@@ -205,6 +207,28 @@ TEST_F(ScanCommandEndToEnd, ARescanOfAKnownAccountIsOneRcloneRun) {
     EXPECT_EQ(gone.exitStatus, 1);
     EXPECT_NE(gone.standardError.find("'files'"), std::string::npos) << gone.standardError;
     EXPECT_EQ(gone.standardOutput, "");
+}
+
+TEST_F(ScanCommandEndToEnd, LocalScansRunRcloneOnlyUntilTheLocalAccountIsKnown) {
+    const EnvironmentChange debug{"BRIMVALE_SCAN_DEBUG", "1"};
+    sandbox.addRemote("mydisk", "local");
+    const auto folder = std::filesystem::canonical(tree.root());
+    auto first = run({"scan", folder.string(), "--rescan", "--quiet"}, {debug});
+    ASSERT_EQ(first.exitStatus, 0) << first.standardError;
+    EXPECT_EQ(spawnsOf(first.standardError, ""), 1u) << "the account list, once";
+    EXPECT_EQ(spawnsOf(first.standardError, "config dump"), 1u) << first.standardError;
+
+    // The account list chose the configured local remote; later scans and the commands that
+    // read saved scans go without rclone, under that account's saved scans.
+    auto again = run({"scan", (folder / "photos").string(), "--rescan", "--quiet"}, {debug});
+    ASSERT_EQ(again.exitStatus, 0) << again.standardError;
+    EXPECT_EQ(spawnsOf(again.standardError, ""), 0u) << again.standardError;
+    EXPECT_TRUE(std::filesystem::exists(
+        cli.cacheDirectory() /
+        ScanCache::fileNameFor(LocalScanCacheStem::stem("mydisk", (folder / "photos").string()))));
+    auto history = run({"history", folder.string()}, {debug});
+    EXPECT_EQ(history.exitStatus, 0) << history.standardError;
+    EXPECT_EQ(spawnsOf(history.standardError, ""), 0u) << history.standardError;
 }
 
 TEST_F(ScanCommandEndToEnd, BadTargetsAndUnreachableRemotesSayWhatIsWrong) {

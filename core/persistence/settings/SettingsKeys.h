@@ -33,6 +33,13 @@ inline std::string azureObjectPrefix(std::string_view accountID) {
     return "Brimvale.objectPrefix.azure." + std::string(accountID);
 }
 
+// Text: the local disk account the last reading of the account list chose, as
+// "configured:<id>" (a local remote of the rclone configuration) or "pinned:<id>" (the pinned
+// row). Lets a command scan a folder without running rclone.
+inline std::string localDiskAccount() {
+    return "Brimvale.localDiskAccount.v1";
+}
+
 // Bool: list the account one folder per rclone run instead of one recursive listing (for
 // providers that throttle recursive listings). Absent means false.
 inline std::string listOneFolderAtATime(std::string_view accountID) {
