@@ -97,6 +97,13 @@ int main(int argc, char** argv) {
     auto start = std::chrono::steady_clock::now();
     const CacheSnapshot snapshot = snapshotForCache(*root);
     const double snapshotSeconds = secondsSince(start);
+    if (std::getenv("SNAP_TWICE")) {
+        for (int i = 0; i < 2; ++i) {
+            const auto again = std::chrono::steady_clock::now();
+            { const CacheSnapshot other = snapshotForCache(*root); }
+            std::printf("again %.3f s\n", secondsSince(again));
+        }
+    }
     const auto encodeStart = std::chrono::steady_clock::now();
     const auto bytes = encodeCacheSnapshot(snapshot);
     const double encodeSeconds = secondsSince(encodeStart);

@@ -69,14 +69,16 @@ int main(int argc, char** argv) {
     CacheSnapshot first = snapshotForCache(*tree);
     tree = nullptr;
     CacheSnapshot second = first;
+    second.names = StringColumn();
     int files = 0;
     int folders = 0;
-    for (std::size_t index = 1; index < second.nodeCount(); ++index) {
-        if (second.isDirs[index] == 0 && ++files % 50 == 0) {
+    for (std::size_t index = 0; index < first.nodeCount(); ++index) {
+        const bool renamed = index > 0 && second.isDirs[index] != 0 && ++folders % 100 == 0;
+        if (index > 0 && second.isDirs[index] == 0 && ++files % 50 == 0) {
             second.sizes[index] += 1'000'000;
-        } else if (second.isDirs[index] != 0 && ++folders % 100 == 0) {
-            second.names[index] += "-renamed";
         }
+        second.names.push_back(renamed ? std::string(first.names[index]) + "-renamed"
+                                       : std::string(first.names[index]));
     }
     rollUpFolderSizes(second);
 

@@ -58,6 +58,27 @@ std::vector<std::string> readStringColumn(const BinaryPlistReader& reader, Plist
     return column;
 }
 
+StringColumn readPackedStringColumn(const BinaryPlistReader& reader, PlistRef array) {
+    const PlistRefs refs = columnRefs(reader, array, sizeof(std::size_t));
+    const std::uint64_t budget = reader.limits().maxDecodedBytes;
+    std::uint64_t decoded = refs.size() * sizeof(std::size_t);
+    StringColumn column;
+    std::string previous;
+    for (std::size_t i = 0; i < refs.size(); ++i) {
+        const PlistRef ref = refs[i];
+        // A run of refs to one shared string ("" in sparse columns) is decoded once.
+        if (i == 0 || ref != refs[i - 1]) {
+            previous = reader.string(ref);
+        }
+        column.push_back(previous);
+        decoded += previous.size();
+        if (decoded > budget) {
+            failBudget(array, reader);
+        }
+    }
+    return column;
+}
+
 std::vector<std::int64_t> readInt64Column(const BinaryPlistReader& reader, PlistRef array) {
     return readColumn<std::int64_t>(reader, array,
                                     [&](PlistRef ref) { return reader.integer(ref); });

@@ -8,6 +8,7 @@
 // result would exceed the reader's limits().maxDecodedBytes.
 
 #include "core/persistence/bplist/BinaryPlistReader.h"
+#include "core/persistence/bplist/StringColumn.h"
 
 #include <cstdint>
 #include <string>
@@ -17,6 +18,8 @@ namespace brimvale {
 
 // Strings as UTF-8 (see BinaryPlistReader.h for malformed text).
 std::vector<std::string> readStringColumn(const BinaryPlistReader& reader, PlistRef array);
+// The same, packed into one buffer.
+StringColumn readPackedStringColumn(const BinaryPlistReader& reader, PlistRef array);
 std::vector<std::int64_t> readInt64Column(const BinaryPlistReader& reader, PlistRef array);
 std::vector<std::int32_t> readInt32Column(const BinaryPlistReader& reader, PlistRef array);
 // Booleans as 0 and 1.

@@ -146,7 +146,7 @@ void planObjects(const EntryValue& value, bool shareStrings, EntryPlan& plan) {
     std::visit(Overloaded{
                    [&](std::int64_t) { plan.objectCount = 1; },
                    [&](const std::string&) { plan.objectCount = 1; },
-                   [&](std::span<const std::string> column) {
+                   [&](const StringColumnView& column) {
                        if (shareStrings) {
                            plan.distinct = findDistinctStrings(column);
                            plan.shared = true;
@@ -191,15 +191,15 @@ std::size_t objectBytes(const EntryValue& value, const EntryPlan& plan, unsigned
         Overloaded{
             [&](std::int64_t scalar) { return integerObjectSize(scalar); },
             [&](const std::string& scalar) { return stringObjectSize(scalar); },
-            [&](std::span<const std::string> column) {
+            [&](const StringColumnView& column) {
                 std::size_t bytes = arrayBytes(column.size());
                 if (plan.shared) {
                     for (const std::uint32_t first : plan.distinct.firstElement) {
                         bytes += stringObjectSize(column[first]);
                     }
                 } else {
-                    for (const std::string& element : column) {
-                        bytes += stringObjectSize(element);
+                    for (std::size_t i = 0; i < column.size(); ++i) {
+                        bytes += stringObjectSize(column[i]);
                     }
                 }
                 return bytes;
@@ -230,7 +230,7 @@ void writeObjects(const EntryValue& value, const EntryPlan& plan, Output& out) {
     std::visit(Overloaded{
                    [&](std::int64_t scalar) { out.integer(scalar); },
                    [&](const std::string& scalar) { out.string(scalar); },
-                   [&](std::span<const std::string> column) {
+                   [&](const StringColumnView& column) {
                        array(column.size());
                        if (plan.shared) {
                            for (const std::uint32_t id : plan.distinct.idOfElement) {
@@ -241,8 +241,8 @@ void writeObjects(const EntryValue& value, const EntryPlan& plan, Output& out) {
                            }
                        } else {
                            consecutiveRefs(column.size());
-                           for (const std::string& element : column) {
-                               out.string(element);
+                           for (std::size_t i = 0; i < column.size(); ++i) {
+                               out.string(column[i]);
                            }
                        }
                    },
@@ -296,7 +296,7 @@ void BinaryPlistWriter::addString(std::string_view key, std::string_view value) 
     add(key, std::string(value));
 }
 
-void BinaryPlistWriter::addStringColumn(std::string_view key, std::span<const std::string> values) {
+void BinaryPlistWriter::addStringColumn(std::string_view key, StringColumnView values) {
     add(key, values);
 }
 

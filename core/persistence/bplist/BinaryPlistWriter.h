@@ -23,6 +23,8 @@
 // - Refs and offsets take the smallest width from 1 to 8 bytes that holds the object count and
 //   the offset table's position (3 bytes for typical records of a million nodes).
 
+#include "core/persistence/bplist/StringColumn.h"
+
 #include <cstdint>
 #include <span>
 #include <string>
@@ -34,7 +36,7 @@ namespace brimvale {
 
 namespace bplist {
 // The value of one entry of the top-level dictionary: a scalar, or a view of a column.
-using EntryValue = std::variant<std::int64_t, std::string, std::span<const std::string>,
+using EntryValue = std::variant<std::int64_t, std::string, StringColumnView,
                                 std::span<const std::uint8_t>, std::span<const std::int32_t>,
                                 std::span<const std::int64_t>, std::span<const double>>;
 } // namespace bplist
@@ -56,7 +58,7 @@ public:
     // the data they view must stay alive and unchanged until write() returns.
     void addInteger(std::string_view key, std::int64_t value);
     void addString(std::string_view key, std::string_view value);
-    void addStringColumn(std::string_view key, std::span<const std::string> values);
+    void addStringColumn(std::string_view key, bplist::StringColumnView values);
     // Nonzero is true.
     void addBooleanColumn(std::string_view key, std::span<const std::uint8_t> values);
     void addInt32Column(std::string_view key, std::span<const std::int32_t> values);

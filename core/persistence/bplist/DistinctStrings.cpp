@@ -10,7 +10,7 @@ namespace brimvale::bplist {
 namespace {
 
 // A fast 32-bit hash for short strings (file names), 8 bytes at a time.
-std::uint32_t hashBytes(const std::string& s) {
+std::uint32_t hashBytes(std::string_view s) {
     const char* p = s.data();
     std::size_t n = s.size();
     std::uint64_t h = 0x9E3779B97F4A7C15ULL * (n + 1);
@@ -93,7 +93,7 @@ private:
 
 } // namespace
 
-DistinctStrings findDistinctStrings(std::span<const std::string> column) {
+DistinctStrings findDistinctStrings(const StringColumnView& column) {
     if (column.size() >= 0xFFFFFFFFu) {
         throw std::length_error("string column of " + std::to_string(column.size()) +
                                 " elements is too long");
@@ -110,7 +110,7 @@ DistinctStrings findDistinctStrings(std::span<const std::string> column) {
         table.prefetch(ahead[i]);
     }
     for (std::size_t i = 0; i < column.size(); ++i) {
-        const std::string& s = column[i];
+        const std::string_view s = column[i];
         const std::uint32_t hash = ahead[i % kAhead];
         if (i + kAhead < column.size()) {
             ahead[i % kAhead] = hashBytes(column[i + kAhead]);

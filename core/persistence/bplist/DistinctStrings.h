@@ -3,6 +3,8 @@
 // Groups equal strings of a column, so a writer can store each distinct string once and refer
 // to it from every element that holds it.
 
+#include "core/persistence/bplist/StringColumn.h"
+
 #include <cstdint>
 #include <span>
 #include <string>
@@ -20,6 +22,6 @@ struct DistinctStrings {
 
 // Compares strings byte for byte. Throws std::length_error for columns of 2^32 - 1 elements or
 // more.
-DistinctStrings findDistinctStrings(std::span<const std::string> column);
+DistinctStrings findDistinctStrings(const StringColumnView& column);
 
 } // namespace brimvale::bplist

@@ -105,13 +105,13 @@ CacheSnapshot decodeCacheSnapshot(std::span<const std::uint8_t> propertyList,
     CacheSnapshot snapshot;
     snapshot.rootPath = reader.string(reader.at(top, "rp"));
     snapshot.rootName = reader.string(reader.at(top, "rn"));
-    snapshot.names = readStringColumn(reader, reader.at(top, "nm"));
+    snapshot.names = readPackedStringColumn(reader, reader.at(top, "nm"));
     snapshot.parents = readInt32Column(reader, reader.at(top, "pr"));
     snapshot.isDirs = readBooleanColumn(reader, reader.at(top, "di"));
     snapshot.sizes = readInt64Column(reader, reader.at(top, "sz"));
     snapshot.modTimes = readRealColumn(reader, reader.at(top, "mt"));
-    snapshot.pids = readStringColumn(reader, reader.at(top, "pi"));
-    snapshot.mimes = readStringColumn(reader, reader.at(top, "mi"));
+    snapshot.pids = readPackedStringColumn(reader, reader.at(top, "pi"));
+    snapshot.mimes = readPackedStringColumn(reader, reader.at(top, "mi"));
     if (const auto partial = reader.find(top, "pa")) {
         snapshot.partial =
             reader.kind(*partial) == PlistKind::Integer && reader.integer(*partial) != 0;
@@ -168,15 +168,15 @@ std::optional<FileNodeRef> rebuildTree(const CacheSnapshot& snapshot,
         }
         const double modified = snapshot.modTimes[index];
         FileNodeFields fields{
-            .name = snapshot.names[index],
+            .name = std::string(snapshot.names[index]),
             .isDirectory = snapshot.isDirs[index] != 0,
             .size = snapshot.sizes[index],
             .modifiedDate = modified == 0.0 ? std::nullopt : std::optional<Date>(Date{modified})};
         if (!snapshot.pids[index].empty()) {
-            fields.providerID = snapshot.pids[index];
+            fields.providerID = std::string(snapshot.pids[index]);
         }
         if (!snapshot.mimes[index].empty()) {
-            fields.mimeType = snapshot.mimes[index];
+            fields.mimeType = std::string(snapshot.mimes[index]);
         }
         const auto parent = parentOf(index);
         FileNodeRef node;

@@ -44,13 +44,12 @@ CacheSnapshot snapshotForCache(const FileNode& root) {
     // million nodes in the benchmark); a count of the tree bounds it.
     const auto capacity = static_cast<std::size_t>(
         std::clamp<std::int64_t>(estimatedTreeSize(root), 0, root.subtreeNodeCount()));
-    snapshot.names.reserve(capacity);
+    // Most names are short; the text grows past the guess when needed.
+    snapshot.names.reserve(capacity, capacity * 16);
     snapshot.parents.reserve(capacity);
     snapshot.isDirs.reserve(capacity);
     snapshot.sizes.reserve(capacity);
     snapshot.modTimes.reserve(capacity);
-    snapshot.pids.reserve(capacity);
-    snapshot.mimes.reserve(capacity);
 
     struct Frame {
         const FileNode* node;

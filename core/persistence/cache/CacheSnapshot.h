@@ -1,6 +1,7 @@
 #pragma once
 
 #include "core/model/FileNode.h"
+#include "core/persistence/bplist/StringColumn.h"
 
 #include <cstdint>
 #include <string>
@@ -13,13 +14,13 @@ namespace brimvale {
 struct CacheSnapshot {
     std::string rootPath;
     std::string rootName;
-    std::vector<std::string> names;
+    StringColumn names;
     std::vector<std::int32_t> parents; // index of each node's parent; -1 for the root
     std::vector<std::uint8_t> isDirs;  // 0 or 1
     std::vector<std::int64_t> sizes;
-    std::vector<double> modTimes;   // seconds since 2001-01-01 00:00:00 UTC; 0.0 for none
-    std::vector<std::string> pids;  // provider ids; "" for none
-    std::vector<std::string> mimes; // MIME types; "" for none
+    std::vector<double> modTimes; // seconds since 2001-01-01 00:00:00 UTC; 0.0 for none
+    StringColumn pids;            // provider ids; "" for none
+    StringColumn mimes;           // MIME types; "" for none
     // The tree of a scan that did not finish (stopped, or a checkpoint of a running scan).
     bool partial = false;
 

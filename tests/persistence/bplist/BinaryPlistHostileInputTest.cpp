@@ -44,6 +44,7 @@ void decodeEverything(const Bytes& file) {
                 };
                 const PlistRef array = entries.values[i];
                 ignore([&] { readStringColumn(reader, array); });
+                ignore([&] { readPackedStringColumn(reader, array); });
                 ignore([&] { readInt64Column(reader, array); });
                 ignore([&] { readInt32Column(reader, array); });
                 ignore([&] { readBooleanColumn(reader, array); });
@@ -283,9 +284,11 @@ TEST(BinaryPlistHostileInput, SharedObjectsCannotInflateTheResultPastTheLimit) {
     const Bytes file = repeated.build(column);
     const BinaryPlistReader limited(file, {.maxDecodedBytes = 500'000});
     EXPECT_THROW(readStringColumn(limited, column), CorruptDataError);
+    EXPECT_THROW(readPackedStringColumn(limited, column), CorruptDataError);
     EXPECT_THROW(decodePlistValue(limited, column), CorruptDataError);
     const BinaryPlistReader unlimited(file);
     EXPECT_EQ(readStringColumn(unlimited, column).size(), 1000u);
+    EXPECT_EQ(readPackedStringColumn(unlimited, column).back(), std::string(1000, 'x'));
 }
 
 TEST(BinaryPlistHostileInput, HugeDeclaredCountsAreRejectedBeforeAllocating) {

@@ -473,7 +473,49 @@ TEST(BinaryPlistWriter, RejectsAKeyAddedTwice) {
     BinaryPlistWriter writer;
     writer.addInteger("v", 2);
     EXPECT_THROW(writer.addString("v", "again"), std::invalid_argument);
-    EXPECT_THROW(writer.addStringColumn("v", {}), std::invalid_argument);
+    EXPECT_THROW(writer.addStringColumn("v", std::vector<std::string>()), std::invalid_argument);
+}
+
+// A packed column holds what a column of strings holds: empty strings before, between and after
+// text (a sparse column packs its text only from the first non-empty string on), non-ASCII
+// names, and the same through a file and back.
+TEST(StringColumnTest, PackedColumnsKeepEveryStringThroughAFile) {
+    const std::vector<std::string> strings = {"",
+                                              "",
+                                              "a",
+                                              "",
+                                              "caf\xC3\xA9",
+                                              "long name of more than "
+                                              "sixteen bytes",
+                                              "",
+                                              "\xE6\x97\xA5\xE6\x9C\xAC"};
+    StringColumn packed;
+    for (const std::string& text : strings) {
+        packed.push_back(text);
+    }
+    EXPECT_EQ(packed, strings);
+    EXPECT_EQ(packed.strings(), strings);
+    EXPECT_EQ(StringColumn(strings), packed);
+    EXPECT_FALSE(packed == StringColumn({"", "", "a"}));
+
+    StringColumn sparse;
+    sparse.assign(4, "");
+    EXPECT_EQ(sparse, std::vector<std::string>(4));
+    sparse.push_back("x");
+    EXPECT_EQ(sparse, (std::vector<std::string>{"", "", "", "", "x"}));
+    sparse.assign(2, "yz");
+    EXPECT_EQ(sparse, (std::vector<std::string>{"yz", "yz"}));
+
+    BinaryPlistWriter writer;
+    writer.addStringColumn("packed", packed);
+    writer.addStringColumn("sparse", StringColumn(std::vector<std::string>(3)));
+    const auto file = writer.write();
+    const BinaryPlistReader reader(file);
+    const PlistRef top = reader.topObject();
+    EXPECT_EQ(readPackedStringColumn(reader, reader.at(top, "packed")), strings);
+    EXPECT_EQ(readStringColumn(reader, reader.at(top, "packed")), strings);
+    EXPECT_EQ(readPackedStringColumn(reader, reader.at(top, "sparse")),
+              std::vector<std::string>(3));
 }
 
 } // namespace
