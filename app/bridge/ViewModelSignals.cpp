@@ -51,6 +51,7 @@ void ViewModelSignals::publishedFieldChanged(PublishedField field) {
     case PublishedField::addAccountPendingRemoteName:
     case PublishedField::addAccountPendingRcloneType:
     case PublishedField::addAccountPendingNativeKind:
+    case PublishedField::rcloneBackends:
         emit onboardingChanged();
         break;
     case PublishedField::showFullDiskAccessAdvisory:

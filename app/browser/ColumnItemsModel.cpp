@@ -186,7 +186,7 @@ QVariant ColumnItemsModel::data(const QModelIndex& modelIndex, int role) const {
     }
     switch (role) {
     case Qt::DisplayRole:
-    case Qt::ToolTipRole:
+        // No tooltip: the hover chip shows the whole name of a row too narrow for it.
         return qtText(node->name());
     case Qt::AccessibleTextRole:
         return qtText(std::string(node->name()) + ", " + node->formattedSize());

@@ -203,9 +203,11 @@ void PreviewPanel::setNode(FileNodeRef node) {
         const QString name = qtText(child->name());
         const QString size = qtText(child->formattedSize());
         largest_.emplace_back(name, size);
-        auto* nameLabel =
-            new QLabel(metrics.elidedText(name, Qt::ElideMiddle, width() - 110), this);
-        nameLabel->setToolTip(name);
+        const QString shownName = metrics.elidedText(name, Qt::ElideMiddle, width() - 110);
+        auto* nameLabel = new QLabel(shownName, this);
+        if (shownName != name) {
+            nameLabel->setToolTip(name);
+        }
         auto* sizeLabel = secondaryLabel(size, this);
         sizeLabel->setAlignment(Qt::AlignRight | Qt::AlignVCenter);
         largestGrid_->addWidget(nameLabel, row, 0);

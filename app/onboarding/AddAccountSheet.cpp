@@ -1,6 +1,7 @@
 #include "app/onboarding/AddAccountSheet.h"
 
 #include "app/bridge/ViewModelSignals.h"
+#include "app/onboarding/GeneratedBackendForm.h"
 #include "app/onboarding/NativeCredentialForm.h"
 #include "app/support/ExternalOpen.h"
 #include "app/support/Symbols.h"
@@ -17,6 +18,7 @@
 #include <QStackedWidget>
 #include <QVBoxLayout>
 
+#include <algorithm>
 #include <type_traits>
 #include <variant>
 
@@ -147,15 +149,8 @@ AddAccountSheet::AddAccountSheet(ScannerViewModel& viewModel, ViewModelSignals& 
     setupLayout->addLayout(setupButtons);
     pages_->addWidget(setupPage_);
 
-    const auto& catalog = CloudServiceCatalog::majorServices();
-    for (std::size_t index = 0; index < catalog.size(); ++index) {
-        const auto& definition = catalog[index];
-        auto* item =
-            new QListWidgetItem(Symbols::icon(Symbols::serviceSymbol(definition.rcloneType)),
-                                qtText(definition.displayName), services_);
-        item->setData(kServiceIndexRole, static_cast<int>(index));
-    }
-    services_->setCurrentRow(0);
+    rows_ = CloudServiceCatalog::majorServices();
+    fillServices();
 
     connect(search_, &QLineEdit::textChanged, this, &AddAccountSheet::filterServices);
     connect(search_, &QLineEdit::returnPressed, next, &QPushButton::click);
@@ -166,7 +161,9 @@ AddAccountSheet::AddAccountSheet(ScannerViewModel& viewModel, ViewModelSignals& 
             return;
         }
         const auto index = static_cast<std::size_t>(item->data(kServiceIndexRole).toInt());
-        chooseService(CloudServiceCatalog::majorServices().at(index));
+        // A copy: the rows are replaced when rclone's backends arrive.
+        const CloudServiceDefinition chosen = rows_.at(index);
+        chooseService(chosen);
     });
     connect(cancel, &QPushButton::clicked, this, &QDialog::reject);
     connect(setupCancel, &QPushButton::clicked, this, &QDialog::reject);
@@ -191,12 +188,32 @@ AddAccountSheet::AddAccountSheet(ScannerViewModel& viewModel, ViewModelSignals& 
 
 AddAccountSheet::~AddAccountSheet() = default;
 
+void AddAccountSheet::fillServices() {
+    const QListWidgetItem* current = services_->currentItem();
+    const int chosen = current == nullptr ? 0 : current->data(kServiceIndexRole).toInt();
+    services_->clear();
+    for (std::size_t index = 0; index < rows_.size(); ++index) {
+        const auto& definition = rows_[index];
+        auto* item =
+            new QListWidgetItem(Symbols::icon(Symbols::serviceSymbol(definition.rcloneType)),
+                                qtText(definition.displayName), services_);
+        item->setData(kServiceIndexRole, static_cast<int>(index));
+        // The title is short; the description says more.
+        if (!definition.description.empty() && definition.description != definition.displayName) {
+            item->setToolTip(qtText(definition.description));
+        }
+    }
+    services_->setCurrentRow(std::min(chosen, services_->count() - 1));
+    filterServices(search_->text());
+}
+
 void AddAccountSheet::filterServices(const QString& text) {
-    const QString needle = text.trimmed();
+    const std::string needle = text.toStdString();
     QListWidgetItem* firstShown = nullptr;
     for (int row = 0; row < services_->count(); ++row) {
         QListWidgetItem* item = services_->item(row);
-        const bool shown = needle.isEmpty() || item->text().contains(needle, Qt::CaseInsensitive);
+        const auto index = static_cast<std::size_t>(item->data(kServiceIndexRole).toInt());
+        const bool shown = CloudServiceCatalog::matchesSearch(rows_.at(index), needle);
         item->setHidden(!shown);
         if (shown && firstShown == nullptr) {
             firstShown = item;
@@ -213,8 +230,9 @@ void AddAccountSheet::showServices() {
     search_->setFocus();
 }
 
-void AddAccountSheet::chooseService(const CloudServiceDefinition& definition) {
-    chosen_ = definition;
+void AddAccountSheet::chooseService(const CloudServiceDefinition& chosen) {
+    chosen_ = chosen;
+    const CloudServiceDefinition& definition = *chosen_;
     error_->clear();
     status_->clear();
     setupTitle_->setText(tr("Add %1").arg(qtText(definition.displayName)));
@@ -223,15 +241,30 @@ void AddAccountSheet::chooseService(const CloudServiceDefinition& definition) {
     remoteName_->setText(qtText(viewModel_.addAccountPendingRemoteName().value_or("")));
     delete form_;
     form_ = nullptr;
+    delete generated_;
+    generated_ = nullptr;
     const auto kind = viewModel_.addAccountPendingNativeKind();
+    const RcloneBackend* backend = nullptr;
+    if (const auto& backends = viewModel_.rcloneBackends();
+        backends && CloudServiceCatalog::usesGeneratedForm(definition)) {
+        const auto found =
+            std::ranges::find(*backends, definition.rcloneType, &RcloneBackend::type);
+        backend = found == backends->end() ? nullptr : &*found;
+    }
     if (kind) {
         form_ = new NativeCredentialForm(*kind, NativeCredentialFormPresentation::addAccountSheet,
                                          formHolder_);
         formHolder_->layout()->addWidget(form_);
         connect(form_, &NativeCredentialForm::submitted, this, &AddAccountSheet::submitForm);
+    } else if (backend != nullptr) {
+        generated_ = new GeneratedBackendForm(*backend, formHolder_);
+        formHolder_->layout()->addWidget(generated_);
+        connect(generated_, &GeneratedBackendForm::submitted, this,
+                &AddAccountSheet::submitGeneratedForm);
     }
-    formHolder_->setVisible(kind.has_value());
-    guided_->setVisible(!kind.has_value());
+    const bool anyForm = form_ != nullptr || generated_ != nullptr;
+    formHolder_->setVisible(anyForm);
+    guided_->setVisible(!anyForm);
     pages_->setCurrentIndex(1);
     remoteName_->setFocus();
     refreshFromViewModel();
@@ -244,41 +277,59 @@ void AddAccountSheet::updateNameProblem() {
     if (form_ != nullptr) {
         form_->setBusy(problem.has_value() || running);
     }
+    if (generated_ != nullptr) {
+        generated_->setBusy(problem.has_value() || running);
+    }
+    // A form shows rclone's refusal itself, under its fields.
+    const bool formShowsErrors = form_ != nullptr || generated_ != nullptr;
     if (problem) {
         error_->setText(qtText(*problem));
-    } else if (const auto& error = viewModel_.addAccountError()) {
+    } else if (const auto& error = viewModel_.addAccountError(); error && !formShowsErrors) {
         error_->setText(qtText(*error));
     } else {
         error_->clear();
     }
+    error_->setVisible(!error_->text().isEmpty());
 }
 
 void AddAccountSheet::refreshFromViewModel() {
+    if (const auto& backends = viewModel_.rcloneBackends();
+        backends && backends != listedBackends_) {
+        listedBackends_ = backends;
+        rows_ = CloudServiceCatalog::services(*backends);
+        fillServices();
+    }
     const bool running = viewModel_.addAccountGuidedRunning();
     const auto& signInURL = viewModel_.addAccountSignInURL();
     const auto& webURL = viewModel_.addAccountWebURL();
-    if (form_ == nullptr) {
-        status_->setText(running ? (signInURL ? tr("Waiting for you to finish signing in in the "
-                                                   "browser…")
-                                              : tr("Starting sign-in… your browser should open "
-                                                   "when the link is ready."))
-                                 : QString());
-    } else {
-        status_->setText(running ? tr("Saving…") : QString());
+    const bool anyForm = form_ != nullptr || generated_ != nullptr;
+    // What the sheet is waiting for, and only while it waits.
+    QString status;
+    if (running && signInURL) {
+        status = tr("Waiting for you to finish signing in in the browser…");
+    } else if (running) {
+        status = anyForm ? tr("Saving…")
+                         : tr("Starting sign-in… your browser should open when the link is "
+                              "ready.");
+    } else if (webURL) {
+        status = tr("The configuration website is open in your browser. Make the account "
+                    "there, then click Done.");
     }
+    status_->setText(status);
+    status_->setVisible(!status.isEmpty());
     openSignInAgain_->setVisible(running && signInURL.has_value());
-    cancelSignIn_->setVisible(running && form_ == nullptr);
+    cancelSignIn_->setVisible(running && !anyForm);
     remoteName_->setEnabled(!running);
     if (webURL && *webURL != openedWebURL_) {
         openedWebURL_ = *webURL;
         ExternalOpen::openInDesktop(QUrl(qtText(*webURL)));
-        status_->setText(tr("The configuration website is open in your browser. Make the "
-                            "account there, then click Done."));
     }
     finishedInBrowser_->setVisible(webURL.has_value());
-    if (form_ != nullptr) {
-        if (const auto& error = viewModel_.addAccountError(); error && !running) {
+    if (const auto& error = viewModel_.addAccountError(); error && !running) {
+        if (form_ != nullptr) {
             form_->showSubmitError(qtText(*error));
+        } else if (generated_ != nullptr) {
+            generated_->showSubmitError(qtText(*error));
         }
     }
     updateNameProblem();
@@ -295,6 +346,14 @@ void AddAccountSheet::submitForm() {
         }
     };
     viewModel_.applyNativeCredentials(name, form_->fields(), finished);
+}
+
+void AddAccountSheet::submitGeneratedForm() {
+    if (generated_ == nullptr) {
+        return;
+    }
+    viewModel_.applyBackendOptions(remoteName_->text().trimmed().toStdString(),
+                                   generated_->backend().type, generated_->values());
 }
 
 void AddAccountSheet::startSignIn() {

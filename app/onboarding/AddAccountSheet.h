@@ -1,11 +1,14 @@
 #pragma once
 
 #include "core/onboarding/CloudServiceDefinition.h"
+#include "core/onboarding/RcloneBackends.h"
 
 #include <QDialog>
 
+#include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 class QLabel;
 class QLineEdit;
@@ -15,16 +18,18 @@ class QStackedWidget;
 
 namespace brimvale {
 
+class GeneratedBackendForm;
 class NativeCredentialForm;
 class ScannerViewModel;
 class ViewModelSignals;
 
-// The sheet that adds an account: the services of the catalog as a searchable list with icons;
-// choosing one proposes an unused remote name and shows its credential form, or the browser
-// sign-in for the services that use one, with a way to cancel; the configuration website is
-// the advanced way. The coordinator drives it (isPresentingAddAccount opens and closes it, its
-// pending service, sign-in and error fields fill it); every button is one of its operations.
-// Window-modal.
+// The sheet that adds an account: the services of the catalog (every backend of the installed
+// rclone, once read) as a list with icons, searched by name and description; choosing one
+// proposes an unused remote name and shows its credential form (our own, or one made from
+// rclone's description of the backend), or the browser sign-in for the services that use one,
+// with a way to cancel; the configuration website is the advanced way. The coordinator drives it
+// (isPresentingAddAccount opens and closes it, its pending service, sign-in and error fields fill
+// it); every button is one of its operations. Window-modal.
 class AddAccountSheet final : public QDialog {
     Q_OBJECT
 public:
@@ -38,11 +43,12 @@ public:
     const std::optional<CloudServiceDefinition>& chosenService() const { return chosen_; }
     QLineEdit* remoteNameField() const { return remoteName_; }
     NativeCredentialForm* form() const { return form_; }
+    GeneratedBackendForm* generatedForm() const { return generated_; }
     QPushButton* signInButton() const { return signIn_; }
     QLabel* statusLabel() const { return status_; }
     QLabel* errorLabel() const { return error_; }
 
-    // Shows the services whose names contain `text` (any case).
+    // Shows the services whose title, description or type contains `text` (any case).
     void filterServices(const QString& text);
     // Opens the set-up page of a service, proposing its remote name.
     void chooseService(const CloudServiceDefinition& definition);
@@ -51,6 +57,7 @@ public:
     QPushButton* openSignInAgainButton() const { return openSignInAgain_; }
     QPushButton* advancedButton() const { return advanced_; }
     QPushButton* finishedInBrowserButton() const { return finishedInBrowser_; }
+    QPushButton* cancelSignInButton() const { return cancelSignIn_; }
 
 protected:
     void done(int result) override;
@@ -59,6 +66,8 @@ private:
     void showServices();
     void refreshFromViewModel();
     void submitForm();
+    void submitGeneratedForm();
+    void fillServices();
     void startSignIn();
     void updateNameProblem();
 
@@ -71,6 +80,9 @@ private:
     QLineEdit* remoteName_;
     QWidget* formHolder_;
     NativeCredentialForm* form_ = nullptr;
+    GeneratedBackendForm* generated_ = nullptr;
+    std::vector<CloudServiceDefinition> rows_;
+    std::shared_ptr<const RcloneBackendList> listedBackends_;
     QWidget* guided_;
     QPushButton* signIn_;
     QPushButton* openSignInAgain_;

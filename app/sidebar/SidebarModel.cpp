@@ -3,6 +3,8 @@
 #include "app/support/WidgetText.h"
 #include "core/model/SizeFormatter.h"
 
+#include <QRegularExpression>
+
 namespace brimvale {
 
 SidebarModel::SidebarModel(ScannerViewModel& viewModel, QObject* parent)
@@ -76,6 +78,18 @@ bool SidebarModel::anyBusy() const {
     return false;
 }
 
+QString SidebarModel::toolTip(const CloudStorageProvider& provider) const {
+    const QString id = qtText(provider.remoteID());
+    if (!viewModel_.configuredRemoteNames().contains(provider.remoteID())) {
+        return {};
+    }
+    static const QRegularExpression notWord(QStringLiteral("[^\\w.@-]+"));
+    if (qtText(provider.displayName()).split(notWord, Qt::SkipEmptyParts).contains(id)) {
+        return {};
+    }
+    return tr("rclone remote \u201c%1\u201d").arg(id);
+}
+
 QVariant SidebarModel::data(const QModelIndex& modelIndex, int role) const {
     const ProviderRef provider = providerAt(modelIndex.row());
     if (!provider) {
@@ -86,7 +100,7 @@ QVariant SidebarModel::data(const QModelIndex& modelIndex, int role) const {
     case Qt::DisplayRole:
         return qtText(provider->displayName());
     case Qt::ToolTipRole:
-        return qtText(provider->displayName() + " (" + id + ")");
+        return toolTip(*provider);
     case ProviderIDRole:
         return qtText(id);
     case RcloneTypeRole:

@@ -40,6 +40,10 @@ public:
     static Glance glanceFor(const ScannerViewModel& viewModel, const std::string& remoteID);
 
 private:
+    // The rclone remote behind a row, when its label does not already name it; nothing for a
+    // service not set up yet.
+    QString toolTip(const CloudStorageProvider& provider) const;
+
     ScannerViewModel& viewModel_;
     std::vector<ProviderRef> rows_;
 };

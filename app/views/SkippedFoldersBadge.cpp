@@ -141,8 +141,6 @@ SkippedFoldersDialog::SkippedFoldersDialog(std::vector<SkippedFolder> folders, b
     items.reserve(static_cast<qsizetype>(folders_.size()));
     for (const auto& folder : folders_) {
         auto* item = new QTreeWidgetItem({qtText(folder.location), reasonText(folder)});
-        item->setToolTip(0, item->text(0));
-        item->setToolTip(1, item->text(1));
         items.push_back(item);
     }
     list_->addTopLevelItems(items);

@@ -10,6 +10,8 @@
 #include "core/support/ScanDiagnostics.h"
 #include "core/support/Task.h"
 
+#include <algorithm>
+
 namespace brimvale {
 namespace {
 
@@ -132,6 +134,29 @@ void AccountOnboarding::beginAddAccount() {
     resetAddAccountFields();
     addAccountCreatedRemote_.reset();
     publish(isPresentingAddAccount_, true, PublishedField::isPresentingAddAccount);
+    loadBackends();
+}
+
+void AccountOnboarding::loadBackends() {
+    if (rcloneBackends_ || loadingBackends_) {
+        return;
+    }
+    loadingBackends_ = true;
+    coordinator_.launchTask("rclone backends", [this](std::stop_token token) {
+        std::shared_ptr<const RcloneBackendList> backends;
+        try {
+            backends = RcloneBackends::load(coordinator_.options_.runner, token);
+        } catch (const CancellationError&) {
+            throw;
+        } catch (const std::exception& error) {
+            // The sheet keeps its own rows; the next sheet tries again.
+            ScanDiagnostics::log(std::string("could not read rclone's backends: ") + error.what());
+        }
+        coordinator_.postIfAlive([this, backends] {
+            loadingBackends_ = false;
+            publish(rcloneBackends_, backends, PublishedField::rcloneBackends);
+        });
+    });
 }
 
 void AccountOnboarding::addAccountPickService(const CloudServiceDefinition& definition) {
@@ -161,20 +186,77 @@ void AccountOnboarding::runAddAccountGuidedFlow(const std::string& remoteName,
         reportFinished(onFinished, false);
         return;
     }
+    RcloneGuidedSetup setup(coordinator_.options_.runner);
+    runAddAccountSetup(
+        remoteName,
+        [setup, remoteName, rcloneType](RcloneGuidedProcessBox& box,
+                                        const OAuthURLCallback& onOAuthURL, std::stop_token token) {
+            return setup.configureIfPossible(remoteName, rcloneType, box, onOAuthURL,
+                                             std::move(token));
+        },
+        std::move(onFinished));
+}
+
+void AccountOnboarding::applyBackendOptions(const std::string& remoteName,
+                                            const std::string& rcloneType,
+                                            std::vector<std::pair<std::string, std::string>> values,
+                                            std::function<void(bool)> onFinished) {
+    publish(addAccountPendingRemoteName_, std::optional<std::string>(remoteName),
+            PublishedField::addAccountPendingRemoteName);
+    publish(addAccountPendingRcloneType_, std::optional<std::string>(rcloneType),
+            PublishedField::addAccountPendingRcloneType);
+    if (auto problem = remoteNameProblem(remoteName);
+        problem && addAccountCreatedRemote_ != remoteName) {
+        publish(addAccountError_, problem, PublishedField::addAccountError);
+        reportFinished(onFinished, false);
+        return;
+    }
+    // The values of password options are kept out of every error and log line.
+    std::vector<std::string> secrets;
+    if (rcloneBackends_) {
+        const auto backend = std::ranges::find(*rcloneBackends_, rcloneType, &RcloneBackend::type);
+        for (const auto& [key, value] : values) {
+            const RcloneBackendOption* option =
+                backend == rcloneBackends_->end() ? nullptr : backend->option(key);
+            if (option == nullptr || option->isPassword) {
+                secrets.push_back(value);
+            }
+        }
+    }
+    const RcloneAdapter& helper = coordinator_.addAccountHelper_;
+    RcloneGuidedSetup setup(coordinator_.options_.runner);
+    runAddAccountSetup(
+        remoteName,
+        [&helper, setup, remoteName, rcloneType, values = std::move(values),
+         secrets = std::move(secrets)](RcloneGuidedProcessBox& box,
+                                       const OAuthURLCallback& onOAuthURL, std::stop_token token) {
+            const std::string reply =
+                helper.writeRemoteSettings(remoteName, rcloneType, values, secrets, token);
+            return setup.continueConfiguration(remoteName, rcloneType, reply, box, onOAuthURL,
+                                               std::move(token));
+        },
+        std::move(onFinished));
+}
+
+void AccountOnboarding::runAddAccountSetup(
+    const std::string& remoteName,
+    std::function<RcloneGuidedSetupOutcome(RcloneGuidedProcessBox&, const OAuthURLCallback&,
+                                           std::stop_token)>
+        configure,
+    std::function<void(bool)> onFinished) {
     publish(addAccountError_, std::optional<std::string>(), PublishedField::addAccountError);
     publish(addAccountSignInURL_, std::optional<std::string>(),
             PublishedField::addAccountSignInURL);
     publish(addAccountGuidedRunning_, true, PublishedField::addAccountGuidedRunning);
     addAccountCreatedRemote_ = remoteName;
     auto box = freshProcessBox();
-    RcloneGuidedSetup setup(coordinator_.options_.runner);
-    coordinator_.launchTask("add " + remoteName, [this, setup, box, remoteName, rcloneType,
-                                                  onFinished](std::stop_token token) {
+    coordinator_.launchTask("add " + remoteName, [this, configure = std::move(configure), box,
+                                                  remoteName, onFinished](std::stop_token token) {
         std::optional<RcloneGuidedSetupOutcome> outcome;
         std::string failure;
         try {
-            outcome = setup.configureIfPossible(
-                remoteName, rcloneType, *box,
+            outcome = configure(
+                *box,
                 [this](const std::string& url) {
                     coordinator_.postIfAlive([this, url] {
                         publish(addAccountSignInURL_, std::optional<std::string>(url),
@@ -303,7 +385,8 @@ void AccountOnboarding::beginAddAnotherAccount(const ProviderRef& provider) {
     const CloudServiceDefinition definition = definitionForType(provider->rcloneType());
     beginAddAccount();
     addAccountPickService(definition);
-    if (addAccountPendingNativeKind_ || !addAccountPendingRemoteName_) {
+    if (addAccountPendingNativeKind_ || !addAccountPendingRemoteName_ ||
+        CloudServiceCatalog::usesGeneratedForm(definition)) {
         return; // the sheet shows the form
     }
     runAddAccountGuidedFlow(*addAccountPendingRemoteName_, definition.rcloneType);

@@ -5,12 +5,16 @@
 #include "core/onboarding/CloudServiceDefinition.h"
 #include "core/onboarding/NativeCredentialConfiguration.h"
 #include "core/onboarding/NativeCredentialOnboardingKind.h"
+#include "core/onboarding/RcloneBackends.h"
+#include "core/onboarding/RcloneGuidedSetup.h"
 
 #include <functional>
 #include <memory>
 #include <optional>
 #include <stop_token>
 #include <string>
+#include <utility>
+#include <vector>
 
 namespace brimvale {
 
@@ -60,6 +64,11 @@ public:
         return addAccountPendingNativeKind_;
     }
 
+    // The backends of the installed rclone: null until read (beginAddAccount reads them once).
+    const std::shared_ptr<const RcloneBackendList>& rcloneBackends() const {
+        return rcloneBackends_;
+    }
+
     // Opens the add-account sheet with nothing chosen.
     void beginAddAccount();
     // Proposes a free remote name for the service and says which form, if any, it uses.
@@ -93,6 +102,14 @@ public:
                                    std::function<void(bool)> onFinished = {});
     void applySFTPNativeCredentials(const std::string& remoteName, SFTPCredentialFields fields,
                                     std::function<void(bool)> onFinished = {});
+    // A form generated from rclone's description of the backend: writes the remote with
+    // `values` (option name, text) in one remote-control request (secrets obscured, never on a
+    // command line), then answers the questions rclone asks after it, the browser sign-in
+    // included, as the guided flow does. On success closes the sheet and selects the account;
+    // a remote it created and did not finish is deleted when the sheet is cancelled.
+    void applyBackendOptions(const std::string& remoteName, const std::string& rcloneType,
+                             std::vector<std::pair<std::string, std::string>> values,
+                             std::function<void(bool)> onFinished = {});
     // The form of `fields`'s type: one of the six operations above.
     void applyNativeCredentials(const std::string& remoteName, const NativeCredentialFields& fields,
                                 std::function<void(bool)> onFinished = {});
@@ -134,6 +151,14 @@ private:
         std::function<void(const RcloneAdapter&, SettingsStore&, std::stop_token)> apply,
         std::function<void(bool)> onFinished);
     void refreshThenSelect(const std::string& remoteID);
+    void loadBackends();
+    // Runs `configure` for a new remote on a task (the sheet's sign-in and generated forms)
+    // and ends the flow with its outcome.
+    void runAddAccountSetup(const std::string& remoteName,
+                            std::function<RcloneGuidedSetupOutcome(
+                                RcloneGuidedProcessBox&, const OAuthURLCallback&, std::stop_token)>
+                                configure,
+                            std::function<void(bool)> onFinished);
 
     ScannerViewModel& coordinator_;
 
@@ -150,6 +175,8 @@ private:
     std::optional<std::string> addAccountPendingRemoteName_;
     std::optional<std::string> addAccountPendingRcloneType_;
     std::optional<NativeCredentialOnboardingKind> addAccountPendingNativeKind_;
+    std::shared_ptr<const RcloneBackendList> rcloneBackends_;
+    bool loadingBackends_ = false;
 
     std::shared_ptr<RcloneGuidedProcessBox> guidedProcessBox_;
     // The process box of the guided connect that set isGuidedConnectRunning_.

@@ -27,6 +27,15 @@ bool ScannerViewModel::canAddAnotherAccount(const CloudStorageProvider& provider
     return !provider.rcloneType().empty();
 }
 
+namespace {
+
+bool isPinnedType(const std::string& type) {
+    const auto& pinned = sidebarPinnedPlaceholderRcloneTypes();
+    return std::find(pinned.begin(), pinned.end(), type) != pinned.end();
+}
+
+} // namespace
+
 bool ScannerViewModel::sidebarRemoteShowsInMainList(const CloudStorageProvider& provider) const {
     const std::string id = provider.remoteID();
     const std::string type = provider.rcloneType();
@@ -35,10 +44,30 @@ bool ScannerViewModel::sidebarRemoteShowsInMainList(const CloudStorageProvider& 
             return true;
         }
         const auto ready = sidebarRemoteReadyForUse_.find(id);
-        return ready != sidebarRemoteReadyForUse_.end() && ready->second;
+        if (ready != sidebarRemoteReadyForUse_.end() && ready->second) {
+            return true;
+        }
+        // A sign-in left unfinished (the application ended during it) must not take the pinned
+        // row of its service away: the first such remote stands in for it, and its set-up
+        // view signs it in.
+        if (!isPinnedType(type)) {
+            return false;
+        }
+        const ProviderRef* first = nullptr;
+        for (const ProviderRef& other : providers_) {
+            if (other->rcloneType() != type ||
+                !configuredRemoteNames_.contains(other->remoteID())) {
+                continue;
+            }
+            const auto otherReady = sidebarRemoteReadyForUse_.find(other->remoteID());
+            if (otherReady != sidebarRemoteReadyForUse_.end() && otherReady->second) {
+                return false;
+            }
+            first = first == nullptr ? &other : first;
+        }
+        return first != nullptr && (*first)->remoteID() == id;
     }
-    const auto& pinned = sidebarPinnedPlaceholderRcloneTypes();
-    return std::find(pinned.begin(), pinned.end(), type) != pinned.end();
+    return isPinnedType(type);
 }
 
 bool ScannerViewModel::purgeBvPrefixedTestRemotesOnceIfNeeded(

@@ -26,6 +26,8 @@ enum class PublishedField {
     addAccountPendingRemoteName,
     addAccountPendingRcloneType,
     addAccountPendingNativeKind,
+    // The backends of the installed rclone, once read (for the add-account sheet).
+    rcloneBackends,
     remoteIDsLoading,
     showFullDiskAccessAdvisory,
     showLocalVolumePicker,

@@ -129,6 +129,9 @@ public:
     const std::optional<NativeCredentialOnboardingKind>& addAccountPendingNativeKind() const {
         return onboarding_->addAccountPendingNativeKind();
     }
+    const std::shared_ptr<const RcloneBackendList>& rcloneBackends() const {
+        return onboarding_->rcloneBackends();
+    }
 
     // The last state of an account, shown or not (the sidebar's glance); idle when none.
     State paneState(const std::string& remoteID) const;
@@ -296,6 +299,12 @@ public:
                                     std::function<void(bool)> onFinished = {}) {
         onboarding_->applySFTPNativeCredentials(remoteName, std::move(fields),
                                                 std::move(onFinished));
+    }
+    void applyBackendOptions(const std::string& remoteName, const std::string& rcloneType,
+                             std::vector<std::pair<std::string, std::string>> values,
+                             std::function<void(bool)> onFinished = {}) {
+        onboarding_->applyBackendOptions(remoteName, rcloneType, std::move(values),
+                                         std::move(onFinished));
     }
     void applyNativeCredentials(const std::string& remoteName, const NativeCredentialFields& fields,
                                 std::function<void(bool)> onFinished = {}) {

@@ -7,6 +7,7 @@
 #include "core/rclone/Utf8Text.h"
 
 #include <algorithm>
+#include <set>
 
 namespace brimvale {
 
@@ -38,6 +39,20 @@ const CloudServiceDefinition* firstRowOfType(std::string_view rcloneType) {
     return row == rows.end() ? nullptr : &*row;
 }
 
+// A backend's description up to its first aside: "OpenStack Swift (Rackspace Cloud Files, …)"
+// is titled "OpenStack Swift", "Amazon S3 Compliant Storage Providers including AWS, …"
+// "Amazon S3 Compliant Storage Providers".
+std::string titleOf(const RcloneBackend& backend) {
+    std::string_view title = backend.description;
+    for (const std::string_view aside : {" (", " including "}) {
+        if (const std::size_t at = title.find(aside); at != std::string_view::npos && at > 0) {
+            title = title.substr(0, at);
+        }
+    }
+    title = Utf8Text::trimWhitespaceAndNewlines(title);
+    return title.empty() ? backend.name : std::string(title);
+}
+
 } // namespace
 
 const std::vector<CloudServiceDefinition>& majorServices() {
@@ -56,6 +71,46 @@ const std::vector<CloudServiceDefinition>& majorServices() {
         {"ftp", "FTP", "ftp", std::nullopt},
     };
     return rows;
+}
+
+std::vector<CloudServiceDefinition> services(const RcloneBackendList& backends) {
+    std::vector<CloudServiceDefinition> rows = majorServices();
+    for (auto& row : rows) {
+        const auto backend = std::ranges::find(backends, row.rcloneType, &RcloneBackend::type);
+        if (backend != backends.end()) {
+            row.description = backend->description;
+        }
+    }
+    for (const auto& backend : backends) {
+        // The S3 rows are two providers of many: the others get the generated form.
+        const bool ownRow = std::ranges::any_of(majorServices(), [&](const auto& row) {
+            return row.rcloneType == backend.type && !row.s3Variant;
+        });
+        if (ownRow) {
+            continue;
+        }
+        std::string stem = backend.type;
+        std::ranges::replace(stem, ' ', '_');
+        rows.push_back({.rcloneType = backend.type,
+                        .displayName = titleOf(backend),
+                        .defaultRemoteName = std::move(stem),
+                        .s3Variant = std::nullopt,
+                        .description = backend.description});
+    }
+    return rows;
+}
+
+bool matchesSearch(const CloudServiceDefinition& definition, std::string_view text) {
+    const std::string_view needle = Utf8Text::trimWhitespaceAndNewlines(text);
+    return needle.empty() || Utf8Text::containsIgnoringCase(definition.displayName, needle) ||
+           Utf8Text::containsIgnoringCase(definition.description, needle) ||
+           Utf8Text::containsIgnoringCase(definition.rcloneType, needle);
+}
+
+bool usesGeneratedForm(const CloudServiceDefinition& definition) {
+    static const std::set<std::string, std::less<>> kOwnSetUp{"drive", "dropbox", "onedrive", "box",
+                                                              "local"};
+    return !nativeOnboardingKind(definition) && !kOwnSetUp.contains(definition.rcloneType);
 }
 
 std::string catalogDisplayTitle(std::string_view rcloneType) {
@@ -215,5 +270,6 @@ std::size_t std::hash<brimvale::CloudServiceDefinition>::operator()(
     combine(std::hash<std::string>{}(definition.displayName));
     combine(std::hash<std::string>{}(definition.defaultRemoteName));
     combine(definition.s3Variant ? static_cast<std::size_t>(*definition.s3Variant) + 1 : 0);
+    combine(std::hash<std::string>{}(definition.description));
     return seed;
 }

@@ -4,6 +4,7 @@
 #include "core/model/CloudStorageProvider.h"
 #include "core/onboarding/CloudServiceDefinition.h"
 #include "core/onboarding/NativeCredentialOnboardingKind.h"
+#include "core/onboarding/RcloneBackends.h"
 #include "core/rclone/RcloneAdapter.h"
 #include "core/rclone/RcloneConfigDump.h"
 
@@ -48,6 +49,18 @@ namespace CloudServiceCatalog {
 // The twelve rows in the order the add-account sheet lists them; lookups take the first match,
 // so a lookup by the type "s3" alone always lands on "Amazon S3".
 const std::vector<CloudServiceDefinition>& majorServices();
+
+// The hand-made rows (with rclone's description of their backend), then one row for each other
+// backend of `backends`, in rclone's order: titled with its description, proposing its type as
+// the remote name. A backend whose description is empty is titled with its name.
+std::vector<CloudServiceDefinition> services(const RcloneBackendList& backends);
+// Whether the row's title, description or type contains `text` (trimmed; any case). An empty
+// text matches every row.
+bool matchesSearch(const CloudServiceDefinition& definition, std::string_view text);
+// Whether the row is set up with a form made from rclone's description of its backend: every
+// row with neither a form of our own nor our browser sign-in (Google Drive, Dropbox, OneDrive,
+// Box) nor the local disk.
+bool usesGeneratedForm(const CloudServiceDefinition& definition);
 
 // The display name of the first row of that type; an unknown type is shown as itself.
 std::string catalogDisplayTitle(std::string_view rcloneType);

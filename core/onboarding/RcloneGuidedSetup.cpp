@@ -224,6 +224,19 @@ RcloneGuidedSetupOutcome RcloneGuidedSetup::configureIfPossible(const std::strin
     return processConfigJSONFlow(session, runConfigSimple(session, firstStep));
 }
 
+RcloneGuidedSetupOutcome RcloneGuidedSetup::continueConfiguration(
+    const std::string& remoteName, const std::string& rcloneType, const std::string& reply,
+    RcloneGuidedProcessBox& processBox, const OAuthURLCallback& onOAuthURL,
+    std::stop_token stopToken) const {
+    const RcloneConfigResponseJSON response = parseRcloneConfigResponse(reply, remoteName);
+    if (response.error.empty() && response.state.empty() && !response.option) {
+        return RcloneGuidedSetupOutcome::completed;
+    }
+    const Session session{requireRclonePath(), remoteName, rcloneType,
+                          processBox,          onOAuthURL, std::move(stopToken)};
+    return processConfigJSONFlow(session, reply);
+}
+
 RcloneGuidedSetupOutcome RcloneGuidedSetup::reconnectRemote(const std::string& remoteName,
                                                             const std::string& rcloneType,
                                                             RcloneGuidedProcessBox& processBox,

@@ -57,6 +57,14 @@ public:
                                                  const OAuthURLCallback& onOAuthURL,
                                                  std::stop_token stopToken = {}) const;
 
+    // Goes on from rclone's reply to a remote written through its remote control
+    // (RcloneAdapter::writeRemoteSettings): `completed` when it asked nothing, otherwise its
+    // questions are answered as configureIfPossible answers them (the sign-in included).
+    RcloneGuidedSetupOutcome
+    continueConfiguration(const std::string& remoteName, const std::string& rcloneType,
+                          const std::string& reply, RcloneGuidedProcessBox& processBox,
+                          const OAuthURLCallback& onOAuthURL, std::stop_token stopToken = {}) const;
+
     // For Reconnect on an existing account: `config update`. A missing remote fails with
     // remoteNotConfigured, one of another type with scanFailed "Account type mismatch for this
     // connection.".

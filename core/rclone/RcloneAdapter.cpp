@@ -244,10 +244,11 @@ void RcloneAdapter::ensureRemoteStubExists(const std::string& remoteName,
     }
 }
 
-void RcloneAdapter::writeRemoteSettings(
-    const std::string& remoteName, const std::string& rcloneType,
-    const std::vector<std::pair<std::string, std::string>>& settings,
-    const std::vector<std::string>& secrets, std::stop_token stopToken) const {
+std::string
+RcloneAdapter::writeRemoteSettings(const std::string& remoteName, const std::string& rcloneType,
+                                   const std::vector<std::pair<std::string, std::string>>& settings,
+                                   const std::vector<std::string>& secrets,
+                                   std::stop_token stopToken) const {
     const auto dump = configDumpDictionary(stopToken);
     const auto section = dump.find(remoteName);
     const bool creating = section == dump.end();
@@ -276,7 +277,7 @@ void RcloneAdapter::writeRemoteSettings(
     }
     RcloneRemoteControl control(options_.runner, remoteName, stopToken);
     try {
-        control.call(creating ? "config/create" : "config/update", body, secrets, stopToken);
+        return control.call(creating ? "config/create" : "config/update", body, secrets, stopToken);
     } catch (...) {
         if (creating) {
             // rclone keeps the section it began even when it refuses the rest, and saves it with

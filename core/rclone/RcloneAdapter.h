@@ -87,11 +87,14 @@ public:
     // when it is missing, config/update otherwise, with "type" when it has another type), so no
     // value ever appears on a command line. Passwords are stored obscured. A remote that this
     // call created and rclone then refused is deleted again: a failed add leaves nothing in the
-    // configuration. Errors never quote a value of `secrets`. Throws like rclone().
-    void writeRemoteSettings(const std::string& remoteName, const std::string& rcloneType,
-                             const std::vector<std::pair<std::string, std::string>>& settings,
-                             const std::vector<std::string>& secrets,
-                             std::stop_token stopToken = {}) const;
+    // configuration. Errors never quote a value of `secrets`. Throws like rclone(). Returns
+    // rclone's reply: the first question of the backend's own configuration when it asks one
+    // (RcloneGuidedSetup::continueConfiguration goes on from there).
+    std::string
+    writeRemoteSettings(const std::string& remoteName, const std::string& rcloneType,
+                        const std::vector<std::pair<std::string, std::string>>& settings,
+                        const std::vector<std::string>& secrets,
+                        std::stop_token stopToken = {}) const;
     void deleteRemote(const std::string& remoteName, std::stop_token stopToken = {}) const;
     // Deletes every remote whose name begins with `prefix`; returns their names.
     std::vector<std::string> deleteRemotesWithNamePrefix(const std::string& prefix,

@@ -12,6 +12,7 @@
 #include "app/views/TreePage.h"
 #include "core/rclone/BrimvaleError.h"
 #include "tests/app/AppTestSupport.h"
+#include "tests/app/VisibleTextChecks.h"
 #include "tests/support/TreeBuilders.h"
 
 #include <QAction>
@@ -211,6 +212,8 @@ TEST_F(FinishedTreeWindowTest, UnreadableFoldersBadgeOpensTheListAndAPartialScan
     }
     const QLabel* date = page()->cacheBadge()->dateLabel();
     EXPECT_GE(date->width(), date->fontMetrics().horizontalAdvance(date->text()));
+    // A tooltip says more than what it is the tooltip of, or is not there.
+    EXPECT_EQ(testing::repeatedToolTips(*window), QStringList());
 
     // A click on the badge itself opens the list, sorted by path; a second click raises it.
     QTest::mouseClick(page()->skippedBadge(), Qt::LeftButton, {}, QPoint(4, 4));
@@ -220,6 +223,7 @@ TEST_F(FinishedTreeWindowTest, UnreadableFoldersBadgeOpensTheListAndAPartialScan
               (std::vector<std::string>{"/Archive", "/Shared/a", "/Shared/b"}));
     QTest::mouseClick(page()->skippedBadge()->showButton(), Qt::LeftButton);
     EXPECT_EQ(page()->skippedFoldersDialog(), dialog);
+    EXPECT_EQ(testing::repeatedToolTips(*dialog), QStringList());
     dialog->reject();
     ASSERT_TRUE(pumpUntil([this] { return page()->skippedFoldersDialog() == nullptr; }));
 

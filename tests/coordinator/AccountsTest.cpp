@@ -5,6 +5,7 @@
 #include "core/rclone/ObjectStorageScanPrefix.h"
 #include "core/rclone/RcloneConfigDump.h"
 #include "tests/coordinator/CoordinatorTestSupport.h"
+#include "tests/onboarding/OnboardingTestSupport.h"
 
 #include <filesystem>
 #include <thread>
@@ -91,6 +92,18 @@ TEST_F(AccountsTest, IncompleteRemotesAreHiddenAndAliasedTypesAreRewrittenInTheC
     EXPECT_EQ(providerNamed("bucket")->rcloneType(), "gcs");
     EXPECT_TRUE(viewModel->backendTypesPresentInRclone().contains("gcs"));
     EXPECT_NE(readFile(sandbox.configPath()).find("type = gcs"), std::string::npos);
+
+    // A sign-in the application never finished leaves a remote without its token: it stands in
+    // for the pinned Dropbox row (which would otherwise be gone) until a signed-in one exists.
+    sandbox.addRemote("dropbox", "dropbox");
+    sandbox.addRemote("dropbox_2", "dropbox");
+    refresh();
+    EXPECT_TRUE(viewModel->sidebarRemoteShowsInMainList(*providerNamed("dropbox")));
+    EXPECT_FALSE(viewModel->sidebarRemoteShowsInMainList(*providerNamed("dropbox_2")));
+    sandbox.addRemote("signed", "dropbox", {{"token", R"({"access_token":"x"})"}});
+    refresh();
+    EXPECT_FALSE(viewModel->sidebarRemoteShowsInMainList(*providerNamed("dropbox")));
+    EXPECT_TRUE(viewModel->sidebarRemoteShowsInMainList(*providerNamed("signed")));
 }
 
 TEST_F(AccountsTest, TestRemotesArePurgedOnceAndLaterOnesAreLeftAlone) {
@@ -393,6 +406,67 @@ TEST_F(ConnectHooksTest, TheAddAccountSheetProposesFreeNamesRefusesBadFormsAndKe
     ASSERT_TRUE(pumpUntil([&] { return !viewModel->hasBackgroundWork(); }));
     EXPECT_TRUE(viewModel->configuredRemoteNames().contains("sftp_2"))
         << "a saved form is not undone by closing the sheet";
+}
+
+// The forms made from rclone's description of a backend write what they were given, secrets
+// obscured; a WebDAV account added so against a real server scans.
+TEST_F(ConnectHooksTest, GeneratedFormsWriteTheirRemotesAndAWebdavOneScans) {
+    const std::filesystem::path served = sandbox.folder().path() / "served";
+    std::filesystem::create_directories(served / "docs");
+    writeFile(served / "docs" / "a.txt", std::string(3000, 'a'));
+    writeFile(served / "b.bin", std::string(5000, 'b'));
+    const auto server = startWebdavServer(sandbox, served, {"--user", "u", "--pass", "pw"});
+    makeViewModel();
+    refresh();
+    viewModel->beginAddAccount();
+    ASSERT_TRUE(pumpUntil([this] { return viewModel->rcloneBackends() != nullptr; }));
+
+    const auto add = [this](const std::string& name, const std::string& type,
+                            std::vector<std::pair<std::string, std::string>> values) {
+        bool finished = false;
+        bool succeeded = false;
+        viewModel->applyBackendOptions(name, type, std::move(values), [&](bool ok) {
+            finished = true;
+            succeeded = ok;
+        });
+        EXPECT_TRUE(pumpUntil([&] { return finished; }, std::chrono::seconds(30)));
+        return succeeded;
+    };
+    const std::string url = "http://127.0.0.1:" + std::to_string(server.port) + "/";
+    ASSERT_TRUE(
+        add("dav", "webdav", {{"url", url}, {"vendor", "other"}, {"user", "u"}, {"pass", "pw"}}))
+        << viewModel->addAccountError().value_or("");
+    EXPECT_FALSE(viewModel->isPresentingAddAccount()) << "the sheet closes";
+    ASSERT_TRUE(add("nas", "smb", {{"host", "nas.local"}, {"user", "ann"}, {"pass", "smbpw"}}));
+    ASSERT_TRUE(add("backup", "b2", {{"account", "0012ab"}, {"key", "K001secret"}}));
+    const RcloneConfigDump dump = configDump(sandbox);
+    EXPECT_EQ(dump.at("dav"), (RemoteConfigSection{{"type", "webdav"},
+                                                   {"url", url},
+                                                   {"vendor", "other"},
+                                                   {"user", "u"},
+                                                   {"pass", dump.at("dav").at("pass")}}));
+    EXPECT_EQ(revealed(sandbox, dump.at("dav").at("pass")), "pw");
+    EXPECT_EQ(dump.at("nas").at("type"), "smb");
+    EXPECT_EQ(dump.at("nas").at("host"), "nas.local");
+    EXPECT_EQ(revealed(sandbox, dump.at("nas").at("pass")), "smbpw");
+    EXPECT_EQ(dump.at("backup"),
+              (RemoteConfigSection{{"type", "b2"}, {"account", "0012ab"}, {"key", "K001secret"}}))
+        << "B2's key is not a password option: rclone keeps it as typed";
+    const std::string log = readFile(sandbox.folder().path() / "rclone.log");
+    EXPECT_EQ(log.find("smbpw"), std::string::npos);
+
+    // Refused by rclone: its reason, and nothing left behind.
+    EXPECT_FALSE(add("odd", "nosuchbackend", {{"pass", "x"}}));
+    EXPECT_TRUE(viewModel->addAccountError().has_value());
+    EXPECT_FALSE(configDump(sandbox).contains("odd"));
+
+    refresh();
+    viewModel->selectProvider(providerNamed("dav"));
+    ASSERT_TRUE(pumpUntil([this] { return viewModel->state().is<ScannerState::Done>(); },
+                          std::chrono::seconds(30)));
+    const auto* done = viewModel->state().as<ScannerState::Done>();
+    EXPECT_EQ(done->root->size(), 8000);
+    EXPECT_EQ(done->root->children().size(), 2u);
 }
 
 } // namespace

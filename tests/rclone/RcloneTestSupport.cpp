@@ -256,9 +256,12 @@ RunningServer startSftpServer(const RcloneSandbox& sandbox, const fs::path& root
         "sftp", R"(SFTP server listening on 127\.0\.0\.1:(\d+))");
 }
 
-RunningServer startWebdavServer(const RcloneSandbox& sandbox, const fs::path& root) {
-    return startRcloneServer(sandbox, {"serve", "webdav", root.string(), "--addr", "127.0.0.1:0"},
-                             "webdav", R"(started on http://127\.0\.0\.1:(\d+)/)");
+RunningServer startWebdavServer(const RcloneSandbox& sandbox, const fs::path& root,
+                                const std::vector<std::string>& extraArguments) {
+    std::vector<std::string> arguments{"serve", "webdav", root.string(), "--addr", "127.0.0.1:0"};
+    arguments.insert(arguments.end(), extraArguments.begin(), extraArguments.end());
+    return startRcloneServer(sandbox, arguments, "webdav",
+                             R"(started on http://127\.0\.0\.1:(\d+)/)");
 }
 
 RunningServer startFtpServer(const RcloneSandbox& sandbox, const fs::path& root) {

@@ -108,7 +108,9 @@ struct RunningServer {
     int port = 0;
 };
 RunningServer startSftpServer(const RcloneSandbox& sandbox, const std::filesystem::path& root);
-RunningServer startWebdavServer(const RcloneSandbox& sandbox, const std::filesystem::path& root);
+// `extraArguments` go to `rclone serve webdav` ("--user", "u", "--pass", "p" for a login).
+RunningServer startWebdavServer(const RcloneSandbox& sandbox, const std::filesystem::path& root,
+                                const std::vector<std::string>& extraArguments = {});
 RunningServer startFtpServer(const RcloneSandbox& sandbox, const std::filesystem::path& root);
 
 } // namespace brimvale::testing
