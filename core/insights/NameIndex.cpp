@@ -19,9 +19,11 @@ NameIndex::NameIndex(const FileNode& folder) {
         if (names_.size() > std::numeric_limits<std::uint32_t>::max() - 4096) {
             fatalError("The names of this tree are too long to search (over 4 GB).");
         }
-        starts_.push_back(static_cast<std::uint32_t>(names_.size()));
-        for (const char c : node->name()) {
-            names_.push_back(NamePattern::foldByte(c));
+        const std::size_t start = names_.size();
+        starts_.push_back(static_cast<std::uint32_t>(start));
+        names_.append(node->name());
+        for (std::size_t i = start; i < names_.size(); ++i) {
+            names_[i] = NamePattern::foldByte(names_[i]);
         }
         names_.push_back('\0');
         nodes_.push_back(FileNodeRef(const_cast<FileNode*>(node)));
