@@ -61,10 +61,15 @@ int main(int, char** argv) {
     const TreemapOptions options{.padding = 2, .headerHeight = 14};
     std::size_t cells = 0;
     const double treemap = medianMilliseconds(
-        [&] { cells = TreemapLayout::take(tree, 1920, 1080, options).cells().size(); });
+        [&] {
+            TreemapLayout layout = TreemapLayout::take(tree, 1920, 1080, options);
+            layout.layOut(1920, 1080);
+            cells = layout.cells().size();
+        });
     std::printf("insights.treemap_cells: %zu cells\n", cells);
     std::printf("insights.treemap_layout_ms: %.1f ms\n", treemap);
-    const TreemapLayout taken = TreemapLayout::take(tree, 1920, 1080, options);
+    TreemapLayout taken = TreemapLayout::take(tree, 1920, 1080, options);
+    taken.layOut(1920, 1080);
     const double relayout = medianMilliseconds([&] {
         TreemapLayout copy = taken;
         copy.layOut(1600, 900);

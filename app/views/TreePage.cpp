@@ -2,6 +2,7 @@
 
 #include "app/banner/LiveScanProgressBanner.h"
 #include "app/browser/ColumnBrowser.h"
+#include "app/insights/TreemapView.h"
 #include "app/support/BusyIndicator.h"
 #include "app/support/WidgetText.h"
 #include "app/views/CacheBadge.h"
@@ -11,10 +12,12 @@
 #include "app/views/SkippedFoldersBadge.h"
 #include "core/coordinator/ScannerViewModel.h"
 
+#include <QButtonGroup>
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QMessageBox>
 #include <QStackedLayout>
+#include <QToolButton>
 #include <QVBoxLayout>
 
 namespace brimvale {
@@ -29,10 +32,44 @@ TreePage::TreePage(ScannerViewModel& viewModel, QWidget* parent)
     auto* layout = new QVBoxLayout(this);
     layout->setContentsMargins(0, 0, 0, 0);
     layout->setSpacing(0);
+    // Columns or map: one tree, one selection, two ways of looking at it.
+    auto* viewBar = new QWidget(this);
+    viewBar->setObjectName(QStringLiteral("treeViewBar"));
+    auto* viewLine = new QHBoxLayout(viewBar);
+    viewLine->setContentsMargins(kBadgeMargin, 4, kBadgeMargin, 4);
+    viewLine->setSpacing(0);
+    columnsButton_ = new QToolButton(viewBar);
+    columnsButton_->setText(tr("Columns"));
+    columnsButton_->setToolTip(tr("Show the folders as columns (Ctrl+1)"));
+    columnsButton_->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_1));
+    mapButton_ = new QToolButton(viewBar);
+    mapButton_->setText(tr("Map"));
+    mapButton_->setToolTip(
+        tr("Show the whole folder as a map of rectangles sized by space (Ctrl+2)"));
+    mapButton_->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_2));
+    auto* viewGroup = new QButtonGroup(viewBar);
+    for (QToolButton* button : {columnsButton_, mapButton_}) {
+        button->setCheckable(true);
+        button->setAutoRaise(true);
+        viewGroup->addButton(button);
+        viewLine->addWidget(button);
+    }
+    columnsButton_->setChecked(true);
+    viewLine->addStretch(1);
+    layout->addWidget(viewBar);
+    connect(mapButton_, &QToolButton::toggled, this, &TreePage::setMapShown);
+
     changesBar_ = new ScanChangesBar(this);
     layout->addWidget(changesBar_);
     browser_ = new ColumnBrowser(viewModel, this);
     layout->addWidget(browser_);
+    treemap_ = new TreemapView(this);
+    layout->addWidget(treemap_, 1);
+    treemap_->hide();
+    connect(treemap_, &TreemapView::itemPicked, this,
+            [this](const FileNodeRef& node) { browser_->selectPath(node); });
+    connect(browser_, &ColumnBrowser::pathChanged, this,
+            [this] { treemap_->setHighlighted(browser_->state().deepestSelection()); });
     saveWait_ = new QTimer(this);
     saveWait_->setInterval(200);
     connect(saveWait_, &QTimer::timeout, this, &TreePage::compareWhenSaved);
@@ -116,10 +153,12 @@ void TreePage::showScanning(const ScanProgress& progress, const FileNodeRef& liv
     skippedFolders_.clear();
     badges_->hide();
     browser_->setPreviewHeldBack(true);
-    browser_->setVisible(liveRoot != nullptr);
+    showTreeViews(liveRoot != nullptr);
     scanningPlaceholder_->setVisible(liveRoot == nullptr);
     if (liveRoot) {
         browser_->setRoot(liveRoot);
+        treemap_->setRoot(liveRoot);
+        treemap_->setHighlighted(browser_->state().deepestSelection());
     }
     if (newScan) {
         banner_->startNewScan();
@@ -136,7 +175,7 @@ void TreePage::showDone(DoneScan scan) {
     banner_->hide();
     scanningPlaceholder_->hide();
     browser_->setPreviewHeldBack(false);
-    browser_->show();
+    showTreeViews(true);
     const FileNodeRef& root = scan.root;
     if (root != doneRoot_) {
         // A new result: its badges show again, and it is compared with the scan before it.
@@ -159,6 +198,8 @@ void TreePage::showDone(DoneScan scan) {
     isDone_ = true;
     doneRoot_ = root;
     browser_->setRoot(root);
+    treemap_->setRoot(root);
+    treemap_->setHighlighted(browser_->state().deepestSelection());
     cacheBadge_->setScan(scan.savedDate, root ? root->size() : 0, scan.occupiedBytes, scan.partial);
     cacheBadge_->setSaveFailure(qtText(scan.saveFailure.value_or("")));
     cacheBadge_->setVisible(!cacheBadgeDismissed_);
@@ -225,6 +266,22 @@ void TreePage::forgetPath() {
     saveWait_->stop();
     changesBar_->clear();
     browser_->clear();
+    treemap_->setRoot(nullptr);
+}
+
+void TreePage::setMapShown(bool shown) {
+    mapShown_ = shown;
+    (shown ? mapButton_ : columnsButton_)->setChecked(true);
+    showTreeViews(haveTree_);
+    if (shown && haveTree_) {
+        treemap_->setFocus();
+    }
+}
+
+void TreePage::showTreeViews(bool haveTree) {
+    haveTree_ = haveTree;
+    browser_->setVisible(haveTree && !mapShown_);
+    treemap_->setVisible(haveTree && mapShown_);
 }
 
 void TreePage::placeBadges() {

@@ -14,6 +14,8 @@
 #include <string>
 #include <vector>
 
+class QToolButton;
+
 namespace brimvale {
 
 class BusyIndicator;
@@ -26,6 +28,7 @@ class SkippedFoldersDialog;
 class LiveScanProgressBanner;
 class ScanChangesBar;
 class ScannerViewModel;
+class TreemapView;
 
 // The detail area of a tree, finished or still growing: the column browser, with the scan
 // progress banner floating over it during a scan, and the saved-scan and permissions badges
@@ -64,6 +67,10 @@ public:
     void forgetPath();
 
     ColumnBrowser* browser() const { return browser_; }
+    TreemapView* treemap() const { return treemap_; }
+    // Whether the map stands in place of the columns (the toggle above them).
+    bool mapShown() const { return mapShown_; }
+    void setMapShown(bool shown);
     ScanChangesBar* changesBar() const { return changesBar_; }
     LiveScanProgressBanner* banner() const { return banner_; }
     CacheBadge* cacheBadge() const { return cacheBadge_; }
@@ -81,6 +88,8 @@ private:
     void placeBadges();
 
     void compareWhenSaved();
+    // The columns or the map, whichever the toggle picks, once there is a tree.
+    void showTreeViews(bool haveTree);
 
     ScannerViewModel& viewModel_;
     ScanChangesBar* changesBar_;
@@ -89,6 +98,11 @@ private:
     std::optional<std::string> pendingHistoryKey_;
     int saveWaitTicks_ = 0;
     ColumnBrowser* browser_;
+    TreemapView* treemap_;
+    QToolButton* columnsButton_;
+    QToolButton* mapButton_;
+    bool mapShown_ = false;
+    bool haveTree_ = false;
     QWidget* scanningPlaceholder_;
     LiveScanProgressBanner* banner_;
     QWidget* badges_; // the status line below the columns

@@ -103,7 +103,6 @@ TreemapLayout TreemapLayout::take(const FileNodeRef& root, double width, double 
             parent.subtreeEnd = std::max(parent.subtreeEnd, cell.subtreeEnd);
         }
     }
-    layout.layOut(width, height);
     return layout;
 }
 

@@ -47,8 +47,10 @@ class TreemapLayout {
 public:
     TreemapLayout() = default;
 
+    // The cells for a map of `width` × `height`, not yet placed.
     static TreemapLayout take(const FileNodeRef& root, double width, double height,
                               const TreemapOptions& options);
+    // Places the cells in a map of `width` × `height` (any size: the cells stay the same).
     void layOut(double width, double height);
 
     const std::vector<TreemapCell>& cells() const { return cells_; }

@@ -103,7 +103,8 @@ TEST(TreemapLayout, NestedCellsTileTheirFoldersAndAccountForEveryByte) {
         const FileNodeRef root = testing::randomTree(random, 6);
         const double width = 200 + static_cast<double>(random() % 1200);
         const double height = 100 + static_cast<double>(random() % 800);
-        const TreemapLayout layout = TreemapLayout::take(root, width, height, options);
+        TreemapLayout layout = TreemapLayout::take(root, width, height, options);
+        layout.layOut(width, height);
         const auto& cells = layout.cells();
         if (root->size() == 0) {
             EXPECT_TRUE(cells.empty());
@@ -169,8 +170,8 @@ TEST(TreemapLayout, CellsAreBoundedByTheAreaNotByTheTree) {
             {.name = "f" + std::to_string(i), .path = "/r/f", .size = i < 10 ? 1'000'000 : 100}));
     }
     root->propagateSizes();
-    const TreemapLayout layout =
-        TreemapLayout::take(root, 100, 100, {.padding = 0, .minimumCellArea = 4});
+    TreemapLayout layout = TreemapLayout::take(root, 100, 100, {.padding = 0, .minimumCellArea = 4});
+    layout.layOut(100, 100);
     ASSERT_EQ(layout.cells().size(), 12u); // the root, ten large files, the rest
     EXPECT_EQ(layout.cells().back().node, nullptr);
     EXPECT_EQ(layout.cells().back().restCount, 99'990);
