@@ -2,6 +2,7 @@
 
 #include "app/banner/LiveScanProgressBanner.h"
 #include "app/browser/ColumnBrowser.h"
+#include "app/insights/OverviewPanel.h"
 #include "app/insights/TreemapView.h"
 #include "app/support/BusyIndicator.h"
 #include "app/support/WidgetText.h"
@@ -12,9 +13,11 @@
 #include "app/views/SkippedFoldersBadge.h"
 #include "core/coordinator/ScannerViewModel.h"
 
+#include <QAction>
 #include <QButtonGroup>
 #include <QHBoxLayout>
 #include <QLabel>
+#include <QLineEdit>
 #include <QMessageBox>
 #include <QStackedLayout>
 #include <QToolButton>
@@ -56,20 +59,81 @@ TreePage::TreePage(ScannerViewModel& viewModel, QWidget* parent)
     }
     columnsButton_->setChecked(true);
     viewLine->addStretch(1);
+    largestButton_ = new QToolButton(viewBar);
+    largestButton_->setText(tr("Largest Files"));
+    largestButton_->setToolTip(tr("The largest files anywhere in the scan"));
+    typesButton_ = new QToolButton(viewBar);
+    typesButton_->setText(tr("Types"));
+    typesButton_->setToolTip(tr("The space taken by each kind of file and extension"));
+    for (QToolButton* button : {largestButton_, typesButton_}) {
+        button->setCheckable(true);
+        button->setAutoRaise(true);
+        viewLine->addWidget(button);
+    }
+    viewLine->addSpacing(8);
+    searchField_ = new QLineEdit(viewBar);
+    searchField_->setPlaceholderText(tr("Search names (Ctrl+F)"));
+    searchField_->setToolTip(tr("Part of a name, or a pattern such as *.iso or IMG_20??_*"));
+    searchField_->setClearButtonEnabled(true);
+    searchField_->setFixedWidth(240);
+    viewLine->addWidget(searchField_);
+    auto* findShortcut = new QAction(this);
+    findShortcut->setShortcut(QKeySequence::Find);
+    addAction(findShortcut);
+    connect(findShortcut, &QAction::triggered, this, [this] {
+        searchField_->setFocus();
+        searchField_->selectAll();
+    });
     layout->addWidget(viewBar);
     connect(mapButton_, &QToolButton::toggled, this, &TreePage::setMapShown);
+    connect(largestButton_, &QToolButton::toggled, this, [this](bool on) {
+        if (on) {
+            typesButton_->setChecked(false);
+        }
+        showOverview();
+    });
+    connect(typesButton_, &QToolButton::toggled, this, [this](bool on) {
+        if (on) {
+            largestButton_->setChecked(false);
+        }
+        showOverview();
+    });
+    connect(searchField_, &QLineEdit::textChanged, this, [this] { showOverview(); });
 
     changesBar_ = new ScanChangesBar(this);
     layout->addWidget(changesBar_);
-    browser_ = new ColumnBrowser(viewModel, this);
-    layout->addWidget(browser_);
-    treemap_ = new TreemapView(this);
-    layout->addWidget(treemap_, 1);
+    auto* body = new QWidget(this);
+    auto* bodyLine = new QHBoxLayout(body);
+    bodyLine->setContentsMargins(0, 0, 0, 0);
+    bodyLine->setSpacing(0);
+    browser_ = new ColumnBrowser(viewModel, body);
+    bodyLine->addWidget(browser_, 1);
+    treemap_ = new TreemapView(body);
+    bodyLine->addWidget(treemap_, 1);
     treemap_->hide();
+    overview_ = new OverviewPanel(body);
+    bodyLine->addWidget(overview_);
+    overview_->hide();
+    layout->addWidget(body, 1);
+    connect(overview_, &OverviewPanel::itemPicked, this,
+            [this](const FileNodeRef& node) { browser_->selectPath(node); });
+    connect(overview_, &OverviewPanel::closeRequested, this, [this] {
+        largestButton_->setChecked(false);
+        typesButton_->setChecked(false);
+        searchField_->clear();
+        showOverview();
+    });
     connect(treemap_, &TreemapView::itemPicked, this,
             [this](const FileNodeRef& node) { browser_->selectPath(node); });
-    connect(browser_, &ColumnBrowser::pathChanged, this,
-            [this] { treemap_->setHighlighted(browser_->state().deepestSelection()); });
+    connect(browser_, &ColumnBrowser::pathChanged, this, [this] {
+        const FileNodeRef selected = browser_->state().deepestSelection();
+        treemap_->setHighlighted(selected);
+        FileNodeRef folder = selected;
+        if (folder && !folder->isDirectory() && folder->parent() != nullptr) {
+            folder = FileNodeRef(folder->parent());
+        }
+        overview_->setSelectedFolder(folder);
+    });
     saveWait_ = new QTimer(this);
     saveWait_->setInterval(200);
     connect(saveWait_, &QTimer::timeout, this, &TreePage::compareWhenSaved);
@@ -158,6 +222,7 @@ void TreePage::showScanning(const ScanProgress& progress, const FileNodeRef& liv
     if (liveRoot) {
         browser_->setRoot(liveRoot);
         treemap_->setRoot(liveRoot);
+        overview_->setTree(liveRoot);
         treemap_->setHighlighted(browser_->state().deepestSelection());
     }
     if (newScan) {
@@ -199,6 +264,7 @@ void TreePage::showDone(DoneScan scan) {
     doneRoot_ = root;
     browser_->setRoot(root);
     treemap_->setRoot(root);
+    overview_->setTree(root);
     treemap_->setHighlighted(browser_->state().deepestSelection());
     cacheBadge_->setScan(scan.savedDate, root ? root->size() : 0, scan.occupiedBytes, scan.partial);
     cacheBadge_->setSaveFailure(qtText(scan.saveFailure.value_or("")));
@@ -267,6 +333,21 @@ void TreePage::forgetPath() {
     changesBar_->clear();
     browser_->clear();
     treemap_->setRoot(nullptr);
+    overview_->setTree(nullptr);
+}
+
+void TreePage::showOverview() {
+    const bool searching = !searchField_->text().isEmpty();
+    overview_->setSearchText(searchField_->text());
+    if (searching) {
+        overview_->showPage(OverviewPanel::Page::search);
+    } else if (largestButton_->isChecked()) {
+        overview_->showPage(OverviewPanel::Page::largestFiles);
+    } else if (typesButton_->isChecked()) {
+        overview_->showPage(OverviewPanel::Page::types);
+    }
+    overview_->setVisible(haveTree_ &&
+                          (searching || largestButton_->isChecked() || typesButton_->isChecked()));
 }
 
 void TreePage::setMapShown(bool shown) {
@@ -282,6 +363,7 @@ void TreePage::showTreeViews(bool haveTree) {
     haveTree_ = haveTree;
     browser_->setVisible(haveTree && !mapShown_);
     treemap_->setVisible(haveTree && mapShown_);
+    showOverview();
 }
 
 void TreePage::placeBadges() {

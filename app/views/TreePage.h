@@ -14,6 +14,7 @@
 #include <string>
 #include <vector>
 
+class QLineEdit;
 class QToolButton;
 
 namespace brimvale {
@@ -29,6 +30,7 @@ class LiveScanProgressBanner;
 class ScanChangesBar;
 class ScannerViewModel;
 class TreemapView;
+class OverviewPanel;
 
 // The detail area of a tree, finished or still growing: the column browser, with the scan
 // progress banner floating over it during a scan, and the saved-scan and permissions badges
@@ -71,6 +73,10 @@ public:
     // Whether the map stands in place of the columns (the toggle above them).
     bool mapShown() const { return mapShown_; }
     void setMapShown(bool shown);
+    OverviewPanel* overview() const { return overview_; }
+    QLineEdit* searchField() const { return searchField_; }
+    QToolButton* largestFilesButton() const { return largestButton_; }
+    QToolButton* typesButton() const { return typesButton_; }
     ScanChangesBar* changesBar() const { return changesBar_; }
     LiveScanProgressBanner* banner() const { return banner_; }
     CacheBadge* cacheBadge() const { return cacheBadge_; }
@@ -90,6 +96,8 @@ private:
     void compareWhenSaved();
     // The columns or the map, whichever the toggle picks, once there is a tree.
     void showTreeViews(bool haveTree);
+    // The overview pane for the toggles and the search field as they are now.
+    void showOverview();
 
     ScannerViewModel& viewModel_;
     ScanChangesBar* changesBar_;
@@ -101,6 +109,10 @@ private:
     TreemapView* treemap_;
     QToolButton* columnsButton_;
     QToolButton* mapButton_;
+    QToolButton* largestButton_;
+    QToolButton* typesButton_;
+    QLineEdit* searchField_;
+    OverviewPanel* overview_;
     bool mapShown_ = false;
     bool haveTree_ = false;
     QWidget* scanningPlaceholder_;
