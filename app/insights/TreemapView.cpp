@@ -2,6 +2,7 @@
 
 #include "core/model/SizeFormatter.h"
 
+#include <QFontInfo>
 #include <QKeyEvent>
 #include <QMouseEvent>
 #include <QPainter>
@@ -90,7 +91,10 @@ void TreemapView::startDrawing() {
     auto drawn = std::make_shared<Drawn>();
     drawn->generation = ++generation_;
     drawn->layout = TreemapLayout::take(shown_, width(), height(), options);
-    const TreemapLook look = TreemapLook::standard(font());
+    // In pixels: the image has no screen, so a size in points would depend on its own DPI.
+    QFont pixelFont = font();
+    pixelFont.setPixelSize(QFontInfo(font()).pixelSize());
+    const TreemapLook look = TreemapLook::standard(pixelFont);
     const qreal ratio = devicePixelRatioF();
     const double w = width();
     const double h = height();
