@@ -201,8 +201,10 @@ int runTypes(std::span<const std::string> arguments, CommandStreams streams) {
         }
         streams.out << "\n  EXTENSION              SIZE   SHARE       FILES\n";
         for (const ExtensionTotal& extension : totals.topExtensions) {
-            printTotalRow(streams.out, "." + displayText(extension.extension), extension.total,
-                          totals.all.bytes);
+            // Appended, not "." + text: GCC 12 warns of an overlapping copy in the temporary.
+            std::string label = ".";
+            label += displayText(extension.extension);
+            printTotalRow(streams.out, label, extension.total, totals.all.bytes);
         }
         if (totals.otherExtensions.files > 0) {
             printTotalRow(streams.out, "other extensions", totals.otherExtensions,

@@ -4,6 +4,7 @@
 
 #include <QCoreApplication>
 #include <QFontMetricsF>
+#include <QLocale>
 #include <QPainter>
 
 #include <algorithm>
@@ -67,9 +68,8 @@ QRectF pixelRect(const TreemapRect& rect, qreal scale) {
 
 QString cellName(const TreemapCell& cell) {
     if (!cell.node) {
-        return QCoreApplication::translate(
-            "TreemapView", "%n smaller items", nullptr,
-            static_cast<int>(std::min<std::int64_t>(cell.restCount, 1'000'000'000)));
+        return QCoreApplication::translate("TreemapView", "%1 smaller items")
+            .arg(QLocale().toString(static_cast<qlonglong>(cell.restCount)));
     }
     return QString::fromUtf8(cell.node->name().data(),
                              static_cast<qsizetype>(cell.node->name().size()));

@@ -4,6 +4,7 @@
 
 #include <QFontInfo>
 #include <QKeyEvent>
+#include <QLocale>
 #include <QMouseEvent>
 #include <QPainter>
 #include <QPointer>
@@ -175,9 +176,8 @@ void TreemapView::changeEvent(QEvent* event) {
 QString TreemapView::describe(const TreemapCell& cell) const {
     const QString size = QString::fromStdString(formatBytes(cell.size));
     if (!cell.node) {
-        return tr("%n smaller items, %1", nullptr,
-                  static_cast<int>(std::min<std::int64_t>(cell.restCount, 1'000'000'000)))
-            .arg(size);
+        return tr("%1 smaller items, %2")
+            .arg(QLocale().toString(static_cast<qlonglong>(cell.restCount)), size);
     }
     const std::string path = cell.node->path();
     return QString::fromUtf8(path.data(), static_cast<qsizetype>(path.size())) +

@@ -33,6 +33,7 @@ std::vector<FileNodeRef> largestFiles(const FileNode& folder, std::size_t count)
         if (node->isDirectory()) {
             const auto& children = node->children();
             for (auto child = children.rbegin(); child != children.rend(); ++child) {
+                __builtin_prefetch(child->get()); // a miss of its own: asked for early
                 stack.push_back(child->get());
             }
             continue;
