@@ -10,6 +10,7 @@
 
 #include <charconv>
 #include <iostream>
+#include <optional>
 #include <vector>
 
 namespace brimvale::cli {
@@ -19,7 +20,54 @@ struct OverviewArguments {
     std::vector<std::string> operands; // TARGET, then PATTERN for find
     bool json = false;
     int count = 0;
+    std::optional<std::string> folder; // --in: a folder of the saved scan, below its root
 };
+
+// The folder `path` names below the root ("Photos/2024"; "" or "/" the root itself), or null.
+const FileNode* folderBelow(const FileNode& root, const std::string& path) {
+    const FileNode* at = &root;
+    std::size_t start = 0;
+    while (at != nullptr && start < path.size()) {
+        const std::size_t end = std::min(path.find('/', start), path.size());
+        const std::string_view name(path.data() + start, end - start);
+        start = end + 1;
+        if (name.empty() || name == ".") {
+            continue;
+        }
+        const FileNode* next = nullptr;
+        for (const FileNodeRef& child : at->children()) {
+            if (child->isDirectory() && child->name() == name) {
+                next = child.get();
+                break;
+            }
+        }
+        at = next;
+    }
+    return at;
+}
+
+// The saved scan of the first operand and the folder of it looked at (--in, else its root);
+// none after saying why.
+struct Scope {
+    SavedTree saved;
+    const FileNode* folder = nullptr;
+};
+
+std::optional<Scope> readScope(const OverviewArguments& parsed, const char* command,
+                               CommandStreams streams) {
+    auto saved = readSavedTree(parsed.operands[0], command, streams);
+    if (!saved) {
+        return std::nullopt;
+    }
+    const FileNode* folder = folderBelow(*saved->root, parsed.folder.value_or(""));
+    if (folder == nullptr) {
+        streams.err << "brimvale-cli " << command << ": the saved scan of "
+                    << displayText(parsed.operands[0]) << " has no folder "
+                    << displayText(*parsed.folder) << '\n';
+        return std::nullopt;
+    }
+    return Scope{std::move(*saved), folder};
+}
 
 OverviewArguments parseOverviewArguments(std::span<const std::string> arguments,
                                          std::size_t operandCount, int defaultCount,
@@ -46,6 +94,14 @@ OverviewArguments parseOverviewArguments(std::span<const std::string> arguments,
         }
         if (name == "--json" && !value) {
             parsed.json = true;
+        } else if (name == "--in") {
+            if (!value) {
+                if (i + 1 == arguments.size()) {
+                    throw UsageError("--in needs a folder of the saved scan");
+                }
+                value = arguments[++i];
+            }
+            parsed.folder = *value;
         } else if (defaultCount > 0 && (name == "-n" || name == "--count")) {
             if (!value) {
                 if (i + 1 == arguments.size()) {
@@ -93,12 +149,13 @@ std::string itemPath(const FileNode& node, const FileNode& root) {
 int runTop(std::span<const std::string> arguments, CommandStreams streams) {
     const auto parsed =
         parseOverviewArguments(arguments, 1, 20, "give the folder or account (as scan takes it)");
-    const auto saved = readSavedTree(parsed.operands[0], "top", streams);
-    if (!saved) {
+    auto scope = readScope(parsed, "top", streams);
+    if (!scope) {
         return exitFailure;
     }
+    const SavedTree* saved = &scope->saved;
     const FileNode& root = *saved->root;
-    const auto largest = largestFiles(root, static_cast<std::size_t>(parsed.count));
+    const auto largest = largestFiles(*scope->folder, static_cast<std::size_t>(parsed.count));
     if (parsed.json) {
         std::string text = "{\"target\":";
         TreeJsonWriter::appendJsonString(text, saved->rootName);
@@ -146,11 +203,12 @@ void printTotalRow(std::ostream& out, const std::string& label, const TypeTotal&
 int runTypes(std::span<const std::string> arguments, CommandStreams streams) {
     const auto parsed =
         parseOverviewArguments(arguments, 1, 0, "give the folder or account (as scan takes it)");
-    const auto saved = readSavedTree(parsed.operands[0], "types", streams);
-    if (!saved) {
+    auto scope = readScope(parsed, "types", streams);
+    if (!scope) {
         return exitFailure;
     }
-    const SpaceByType totals = spaceByType(*saved->root);
+    const SavedTree* saved = &scope->saved;
+    const SpaceByType totals = spaceByType(*scope->folder);
     if (parsed.json) {
         std::string text = "{\"target\":";
         TreeJsonWriter::appendJsonString(text, saved->rootName);
@@ -224,14 +282,15 @@ int runFind(std::span<const std::string> arguments, CommandStreams streams) {
     if (parsed.operands[1].empty()) {
         throw UsageError("give a name, part of a name or a pattern such as '*.iso' to look for");
     }
-    const auto saved = readSavedTree(parsed.operands[0], "find", streams);
-    if (!saved) {
+    auto scope = readScope(parsed, "find", streams);
+    if (!scope) {
         return exitFailure;
     }
+    const SavedTree* saved = &scope->saved;
     const FileNode& root = *saved->root;
     const NamePattern pattern(parsed.operands[1]);
     const NameIndex::Matches matches =
-        NameIndex(root).search(pattern, static_cast<std::size_t>(parsed.count));
+        NameIndex(*scope->folder).search(pattern, static_cast<std::size_t>(parsed.count));
     if (parsed.json) {
         std::string text = "{\"target\":";
         TreeJsonWriter::appendJsonString(text, saved->rootName);
@@ -271,12 +330,13 @@ Command topCommand() {
     return Command{
         .name = "top",
         .summary = "List the largest files of a saved scan",
-        .usage = "top PATH|ACCOUNT: [-n N] [--json]",
+        .usage = "top PATH|ACCOUNT: [--in FOLDER] [-n N] [--json]",
         .details =
             "Lists the N largest files anywhere in the saved scan of the folder PATH or the\n"
             "account ACCOUNT: (made by scan), largest first, with their paths below it.\n"
             "Reads only the saved scan: nothing is scanned and no account is contacted.\n"
             "\n"
+            "  --in FOLDER     only what FOLDER holds, a path below PATH or ACCOUNT:\n"
             "  -n, --count N   how many files (default 20)\n"
             "  --json          write {\"target\", \"files\": [{\"path\", \"size\"}]}",
         .run = runTop};
@@ -286,15 +346,16 @@ Command typesCommand() {
     return Command{
         .name = "types",
         .summary = "Show where the space of a saved scan goes by kind of file",
-        .usage = "types PATH|ACCOUNT: [--json]",
+        .usage = "types PATH|ACCOUNT: [--in FOLDER] [--json]",
         .details =
             "Totals the files of the saved scan of PATH or ACCOUNT: by kind (video, images,\n"
             "audio, archives, code, documents, other) and by extension (the 20 that take the\n"
             "most space, then all others and the files without one). The kind comes from the\n"
             "MIME type a cloud account reports, else from the extension.\n"
             "\n"
-            "  --json   write {\"target\", \"size\", \"files\", \"kinds\", \"extensions\",\n"
-            "           \"otherExtensions\", \"noExtension\"}",
+            "  --in FOLDER   only what FOLDER holds, a path below PATH or ACCOUNT:\n"
+            "  --json        write {\"target\", \"size\", \"files\", \"kinds\",\n"
+            "                \"extensions\", \"otherExtensions\", \"noExtension\"}",
         .run = runTypes};
 }
 
@@ -302,13 +363,14 @@ Command findCommand() {
     return Command{
         .name = "find",
         .summary = "Find items of a saved scan by name",
-        .usage = "find PATH|ACCOUNT: PATTERN [-n N] [--json]",
+        .usage = "find PATH|ACCOUNT: PATTERN [--in FOLDER] [-n N] [--json]",
         .details =
             "Lists the files and folders of the saved scan of PATH or ACCOUNT: whose names\n"
             "contain PATTERN, largest first, with their paths. A PATTERN with *, ? or [...]\n"
             "is matched against whole names instead ('*.iso', 'IMG_20??_*'; quote it for the\n"
             "shell). Letters A to Z match either case.\n"
             "\n"
+            "  --in FOLDER     only in FOLDER, a path below PATH or ACCOUNT:\n"
             "  -n, --count N   how many items to list (default 50); all are counted\n"
             "  --json          write {\"target\", \"pattern\", \"matches\",\n"
             "                  \"items\": [{\"path\", \"size\", \"folder\"}]}",

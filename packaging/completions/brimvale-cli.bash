@@ -36,7 +36,7 @@ _brimvale_cli()
     local subcommand=${words[2]-}
     case $prev in
         --depth | --top | --name | --field | --field-from-env | --field-from-stdin | --since | --from | \
-            -n | --count)
+            -n | --count | --in)
             return
             ;;
         -o | --output)
@@ -82,9 +82,9 @@ _brimvale_cli()
         top | types | find)
             if [[ $cur == -* ]]; then
                 if [[ $command == types ]]; then
-                    COMPREPLY=($(compgen -W "--json --help" -- "$cur"))
+                    COMPREPLY=($(compgen -W "--in --json --help" -- "$cur"))
                 else
-                    COMPREPLY=($(compgen -W "-n --count --json --help" -- "$cur"))
+                    COMPREPLY=($(compgen -W "--in -n --count --json --help" -- "$cur"))
                 fi
             elif ((cword == 2)); then
                 _filedir -d

@@ -95,6 +95,16 @@ TEST(OverviewCommandsEndToEnd, TopTypesAndFindReadAFoldersSavedScan) {
     EXPECT_NE(folders.find("more (-n "), std::string::npos) << folders;
     EXPECT_EQ(session.json({"find", folder, "nothing like it"})["matches"], 0);
 
+    // One folder of the saved scan; paths stay below the scanned folder.
+    const auto videos = session.json({"top", folder, "--in", "Videos/"});
+    ASSERT_EQ(videos["files"].size(), 2U);
+    EXPECT_EQ(videos["files"][1]["path"], "Videos/old/clip.mp4");
+    EXPECT_EQ(session.json({"types", folder, "--in=src"})["files"], 2);
+    EXPECT_EQ(session.json({"find", folder, "*", "--in", "Videos/old"})["matches"], 1);
+    EXPECT_NE(session.run({"top", folder, "--in", "Videos/trip.MOV"}, 1)
+                  .standardError.find("has no folder Videos/trip.MOV"),
+              std::string::npos);
+
     // Command lines that cannot work say why and change nothing.
     for (const auto& wrong : std::vector<std::vector<std::string>>{{"find", folder},
                                                                    {"find", folder, ""},
@@ -102,6 +112,7 @@ TEST(OverviewCommandsEndToEnd, TopTypesAndFindReadAFoldersSavedScan) {
                                                                    {"top", folder, "-n"},
                                                                    {"types", folder, "-n", "3"},
                                                                    {"top", folder, "extra"},
+                                                                   {"top", folder, "--in"},
                                                                    {"top", "gdrive:Photos"}}) {
         EXPECT_EQ(session.cli.run(wrong).exitStatus, 2) << wrong.back();
     }
@@ -125,6 +136,7 @@ TEST(OverviewCommandsEndToEnd, ACloudAccountsSavedScanIsReadWithoutRclone) {
     const auto types = session.json({"types", "files:"});
     EXPECT_EQ(types["size"], 2'700'000);
     EXPECT_EQ(session.json({"find", "files:", "SONG"})["items"][0]["size"], 1'500'000);
+    EXPECT_EQ(session.json({"types", "files:", "--in", "music"})["size"], 1'500'000);
 }
 
 } // namespace
