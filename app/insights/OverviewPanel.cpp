@@ -294,6 +294,20 @@ void OverviewPanel::showTypes(const FileNode& folder) {
     }
 }
 
+void OverviewPanel::prepareSearch() {
+    if (const FileNodeRef folder = scope()) {
+        indexFolder(folder);
+    }
+}
+
+void OverviewPanel::indexFolder(const FileNodeRef& folder) {
+    if (indexStale_ || folder != indexedFolder_) {
+        index_ = NameIndex(*folder);
+        indexedFolder_ = folder;
+        indexStale_ = false;
+    }
+}
+
 void OverviewPanel::showSearch(const FileNodeRef& folder) {
     list_->setColumnCount(3);
     list_->setHeaderLabels({tr("Size"), tr("Name"), tr("Folder")});
@@ -302,11 +316,7 @@ void OverviewPanel::showSearch(const FileNodeRef& folder) {
         summary_->setText(tr("Type a name, part of one, or a pattern such as *.iso."));
         return;
     }
-    if (indexStale_ || folder != indexedFolder_) {
-        index_ = NameIndex(*folder);
-        indexedFolder_ = folder;
-        indexStale_ = false;
-    }
+    indexFolder(folder);
     const NameIndex::Matches matches = index_.search(pattern, kSearchRows);
     for (const FileNodeRef& item : matches.items) {
         itemRow(item, *folder);

@@ -44,6 +44,8 @@ public:
     QLabel* summary() const { return summary_; }
     // Computes now what a pending change asked for (tests; screenshots).
     void refreshNow();
+    // Builds the search's index ahead of the first keystroke (the search field got the focus).
+    void prepareSearch();
 
 signals:
     void itemPicked(FileNodeRef node);
@@ -58,6 +60,7 @@ private:
     void showLargestFiles(const FileNode& folder);
     void showTypes(const FileNode& folder);
     void showSearch(const FileNodeRef& folder);
+    void indexFolder(const FileNodeRef& folder);
     QTreeWidgetItem* itemRow(const FileNodeRef& node, const FileNode& folder);
 
     Page page_ = Page::largestFiles;

@@ -184,10 +184,15 @@ QString TreemapView::describe(const TreemapCell& cell) const {
            QStringLiteral("\n") + size;
 }
 
-void TreemapView::mouseMoveEvent(QMouseEvent* event) {
+int TreemapView::cellUnder(QPointF position) const {
+    // The image on screen may be stretched while the next size is drawn.
     const double scaleX = width() > 0 ? layout_.width() / width() : 1;
     const double scaleY = height() > 0 ? layout_.height() / height() : 1;
-    const int cell = layout_.cellAt(event->position().x() * scaleX, event->position().y() * scaleY);
+    return layout_.cellAt(position.x() * scaleX, position.y() * scaleY);
+}
+
+void TreemapView::mouseMoveEvent(QMouseEvent* event) {
+    const int cell = cellUnder(event->position());
     if (cell != hovered_) {
         hovered_ = cell;
         update();
@@ -208,20 +213,22 @@ void TreemapView::leaveEvent(QEvent*) {
 }
 
 void TreemapView::mousePressEvent(QMouseEvent* event) {
-    if (event->button() != Qt::LeftButton || hovered_ < 0) {
+    const int index = cellUnder(event->position());
+    if (event->button() != Qt::LeftButton || index < 0) {
         return;
     }
-    const TreemapCell& cell = layout_.cells()[static_cast<std::size_t>(hovered_)];
+    const TreemapCell& cell = layout_.cells()[static_cast<std::size_t>(index)];
     if (cell.node && cell.node != shown_) {
         emit itemPicked(cell.node);
     }
 }
 
 void TreemapView::mouseDoubleClickEvent(QMouseEvent* event) {
-    if (event->button() != Qt::LeftButton || hovered_ < 0) {
+    const int index = cellUnder(event->position());
+    if (event->button() != Qt::LeftButton || index < 0) {
         return;
     }
-    const TreemapCell& cell = layout_.cells()[static_cast<std::size_t>(hovered_)];
+    const TreemapCell& cell = layout_.cells()[static_cast<std::size_t>(index)];
     // A file opens the folder it is in; a folder opens itself.
     FileNodeRef folder = cell.node;
     if (folder && !folder->isDirectory() && folder->parent() != nullptr) {

@@ -62,6 +62,8 @@ private:
     void startDrawing();
     void drawingFinished(std::shared_ptr<Drawn> drawn);
     QString describe(const TreemapCell& cell) const;
+    // The cell under a point of the widget; -1 for none.
+    int cellUnder(QPointF position) const;
 
     FileNodeRef root_;
     FileNodeRef shown_;

@@ -15,6 +15,7 @@
 
 #include <QAction>
 #include <QButtonGroup>
+#include <QEvent>
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QLineEdit>
@@ -77,6 +78,7 @@ TreePage::TreePage(ScannerViewModel& viewModel, QWidget* parent)
     searchField_->setClearButtonEnabled(true);
     searchField_->setFixedWidth(240);
     viewLine->addWidget(searchField_);
+    searchField_->installEventFilter(this);
     auto* findShortcut = new QAction(this);
     findShortcut->setShortcut(QKeySequence::Find);
     addAction(findShortcut);
@@ -334,6 +336,15 @@ void TreePage::forgetPath() {
     browser_->clear();
     treemap_->setRoot(nullptr);
     overview_->setTree(nullptr);
+}
+
+bool TreePage::eventFilter(QObject* watched, QEvent* event) {
+    // The index of a million names takes a moment: made when the field gets the focus, so the
+    // first keystroke is as quick as the others.
+    if (watched == searchField_ && event->type() == QEvent::FocusIn) {
+        overview_->prepareSearch();
+    }
+    return QWidget::eventFilter(watched, event);
 }
 
 void TreePage::showOverview() {

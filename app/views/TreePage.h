@@ -85,6 +85,9 @@ public:
     FolderRefreshBadge* refreshBadge() const { return refreshBadge_; }
     SkippedFoldersDialog* skippedFoldersDialog() const { return skippedDialog_; }
 
+protected:
+    bool eventFilter(QObject* watched, QEvent* event) override;
+
 signals:
     void stopScanRequested();
     void rescanRequested();
