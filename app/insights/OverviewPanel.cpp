@@ -124,12 +124,20 @@ void OverviewPanel::showEvent(QShowEvent*) {
     scheduleRefresh(0);
 }
 
+void OverviewPanel::hideEvent(QHideEvent*) {
+    dropSearchIndex();
+}
+
+void OverviewPanel::dropSearchIndex() {
+    // The index holds every node of its tree (removed ones too); it is made again when needed.
+    index_ = NameIndex();
+    indexedFolder_ = nullptr;
+}
+
 void OverviewPanel::showPage(Page page) {
     page_ = page;
     if (page != Page::search) {
-        // The index holds every node of its tree; it is made again when searching again.
-        index_ = NameIndex();
-        indexedFolder_ = nullptr;
+        dropSearchIndex();
     }
     title_->setText(page == Page::largestFiles ? tr("Largest files")
                     : page == Page::types      ? tr("Space by type")
@@ -141,6 +149,7 @@ void OverviewPanel::setTree(FileNodeRef root) {
     if (root != root_) {
         root_ = std::move(root);
         selectedFolder_ = nullptr;
+        dropSearchIndex(); // it would keep the previous tree alive
     }
     indexStale_ = true;
     // A live tree changes at every refresh; the lists follow at a calmer pace.

@@ -53,6 +53,7 @@ signals:
 
 protected:
     void showEvent(QShowEvent* event) override;
+    void hideEvent(QHideEvent* event) override;
 
 private:
     FileNodeRef scope() const;
@@ -61,6 +62,7 @@ private:
     void showTypes(const FileNode& folder);
     void showSearch(const FileNodeRef& folder);
     void indexFolder(const FileNodeRef& folder);
+    void dropSearchIndex();
     QTreeWidgetItem* itemRow(const FileNodeRef& node, const FileNode& folder);
 
     Page page_ = Page::largestFiles;
