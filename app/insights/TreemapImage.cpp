@@ -62,6 +62,19 @@ void shadeCell(QImage& image, const QRectF& area, const Cushion& cushion, QColor
     }
 }
 
+// The pixels whose centres fall in `area`, as shadeCell covers them.
+void fillCell(QImage& image, const QRectF& area, QColor color) {
+    const int left = std::max(0, static_cast<int>(std::lround(area.left())));
+    const int right = std::min(image.width(), static_cast<int>(std::lround(area.right())));
+    const int top = std::max(0, static_cast<int>(std::lround(area.top())));
+    const int bottom = std::min(image.height(), static_cast<int>(std::lround(area.bottom())));
+    const QRgb value = color.rgb();
+    for (int y = top; y < bottom; ++y) {
+        auto* line = reinterpret_cast<QRgb*>(image.scanLine(y));
+        std::fill(line + left, line + std::max(left, right), value);
+    }
+}
+
 QRectF pixelRect(const TreemapRect& rect, qreal scale) {
     return {rect.x * scale, rect.y * scale, rect.width * scale, rect.height * scale};
 }
@@ -131,8 +144,13 @@ QImage drawTreemap(const TreemapLayout& layout, const TreemapLook& look, qreal d
         }
         cushions[i] = cushion;
         const bool frame = cell.opened && i + 1 < cells.size() && cells[i + 1].visible;
-        if (!frame) {
+        if (frame) {
+            continue;
+        }
+        if (look.cushions) {
             shadeCell(image, area, cushion, look.colorOf(cell));
+        } else {
+            fillCell(image, area, look.colorOf(cell));
         }
     }
     image.setDevicePixelRatio(devicePixelRatio);

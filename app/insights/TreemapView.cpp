@@ -55,6 +55,13 @@ void TreemapView::showFolder(FileNodeRef folder) {
     startDrawing();
 }
 
+void TreemapView::setCushions(bool cushions) {
+    if (cushions != cushions_) {
+        cushions_ = cushions;
+        scheduleDrawing();
+    }
+}
+
 void TreemapView::setHighlighted(FileNodeRef node) {
     highlighted_ = std::move(node);
     const int cell = highlighted_ ? layout_.cellShowing(highlighted_.get()) : -1;
@@ -71,7 +78,7 @@ void TreemapView::scheduleDrawing() {
 }
 
 void TreemapView::startDrawing() {
-    if (drawing_.isRunning()) {
+    if (inFlight_) {
         pending_ = true;
         return;
     }
@@ -95,10 +102,12 @@ void TreemapView::startDrawing() {
     // In pixels: the image has no screen, so a size in points would depend on its own DPI.
     QFont pixelFont = font();
     pixelFont.setPixelSize(QFontInfo(font()).pixelSize());
-    const TreemapLook look = TreemapLook::standard(pixelFont);
+    TreemapLook look = TreemapLook::standard(pixelFont);
+    look.cushions = cushions_;
     const qreal ratio = devicePixelRatioF();
     const double w = width();
     const double h = height();
+    inFlight_ = true;
     drawing_ = Task::start("TreemapView.draw",
                            [drawn, look, ratio, w, h, receiver = QPointer(this)](std::stop_token) {
                                drawn->layout.layOut(w, h);
@@ -119,6 +128,7 @@ void TreemapView::drawingFinished(std::shared_ptr<Drawn> drawn) {
     TreemapLayout layout = std::move(drawn->layout);
     drawing_.wait();
     drawing_ = Task();
+    inFlight_ = false;
     if (drawn->generation == generation_) {
         layout_ = std::move(layout);
         image_ = std::move(drawn->image);

@@ -34,11 +34,14 @@ public:
     // The folder the map shows (the root, or one the user opened).
     const FileNodeRef& shownFolder() const { return shown_; }
     void showFolder(FileNodeRef folder);
+    // Cushion shading (the default) or flat colours.
+    void setCushions(bool cushions);
+    bool cushions() const { return cushions_; }
 
     // For tests and screenshots: the placed cells of the image on screen, and whether one is
     // being made.
     const TreemapLayout& layout() const { return layout_; }
-    bool isDrawing() const { return drawing_.isRunning() || pending_; }
+    bool isDrawing() const { return schedule_.isActive() || inFlight_ || pending_; }
     const QImage& image() const { return image_; }
 
 signals:
@@ -75,8 +78,10 @@ private:
     // Coalesces requests (a resize, a live tree's refresh) into one drawing at a time.
     QTimer schedule_;
     Task drawing_;
-    bool pending_ = false; // asked for while a drawing runs
+    bool pending_ = false;  // asked for while a drawing runs
+    bool inFlight_ = false; // a drawing started and its image not yet taken
     std::uint64_t generation_ = 0;
+    bool cushions_ = true;
 };
 
 } // namespace brimvale

@@ -126,6 +126,18 @@ TEST(TreemapView, DrawsOffTheGuiThreadPicksOpensGoesBackAndFollowsResizes) {
                            view.layout().cellShowing(children.back().get()))]
                        .node == children.back();
     }));
+    // Flat shading: every pixel of a cell is the colour of its kind.
+    view.setCushions(false);
+    ASSERT_TRUE(pumpUntil([&] { return !view.isDrawing() && drawnAt(view, 260, 500); }));
+    const TreemapRect tripRect =
+        view.layout().cells()[static_cast<std::size_t>(view.layout().cellShowing(trip))].rect;
+    const QPoint corner(static_cast<int>(tripRect.right()) - 3,
+                        static_cast<int>(tripRect.bottom()) - 3);
+    const QPoint centre = centreOf(view, trip);
+    const qreal ratio = view.image().devicePixelRatio();
+    EXPECT_EQ(view.image().pixelColor(centre * ratio), view.image().pixelColor(corner * ratio));
+    EXPECT_EQ(view.image().pixelColor(centre * ratio),
+              TreemapLook::standard(view.font()).categoryColors[0]);
     // Nothing to show: the map empties.
     view.setRoot(nullptr);
     ASSERT_TRUE(pumpUntil([&] { return view.image().isNull(); }));
