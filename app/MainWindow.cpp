@@ -3,6 +3,7 @@
 #include "app/ImportedScanController.h"
 #include "app/bridge/ViewModelSignals.h"
 #include "app/browser/ColumnBrowser.h"
+#include "app/insights/TreemapView.h"
 #include "app/onboarding/AddAccountSheet.h"
 #include "app/onboarding/NativeCredentialForm.h"
 #include "app/sheets/LocalVolumeSheet.h"
@@ -246,6 +247,12 @@ void MainWindow::buildActions() {
     quit->setShortcut(QKeySequence::Quit);
     QMenu* viewMenu = menuBar()->addMenu(tr("&View"));
     viewMenu->addAction(previewAction_);
+    QAction* shading = viewMenu->addAction(tr("Shaded Map"));
+    shading->setCheckable(true);
+    shading->setChecked(tree_->treemap()->cushions());
+    shading->setToolTip(tr("Shade the map's rectangles like cushions, or fill them flat"));
+    connect(shading, &QAction::toggled, this,
+            [this](bool shaded) { tree_->treemap()->setCushions(shaded); });
     QAction* refresh = viewMenu->addAction(tr("Refresh accounts"), this,
                                            [this] { viewModel_.refreshProviders(); });
     refresh->setIcon(Symbols::icon("arrow.clockwise"));

@@ -6,6 +6,7 @@
 #include "cli/HistoryCommand.h"
 #include "cli/LzfseCommand.h"
 #include "cli/OpenCommand.h"
+#include "cli/OverviewCommands.h"
 #include "cli/RemotesCommand.h"
 #include "cli/RemoveCommand.h"
 #include "cli/ScanCommand.h"
@@ -57,10 +58,11 @@ Command sizeCommand() {
 } // namespace
 
 std::vector<Command> allCommands() {
-    return {sizeCommand(),      remotesCommand(), lsCommand(),      accountsCommand(),
-            scanCommand(),      historyCommand(), changesCommand(), openCommand(),
-            exportCommand(),    volumesCommand(), cacheCommand(),   lzfseCommand(),
-            webConfigCommand(), removeCommand()};
+    return {sizeCommand(),    remotesCommand(), lsCommand(),      accountsCommand(),
+            scanCommand(),    historyCommand(), changesCommand(), topCommand(),
+            typesCommand(),   findCommand(),    openCommand(),    exportCommand(),
+            volumesCommand(), cacheCommand(),   lzfseCommand(),   webConfigCommand(),
+            removeCommand()};
 }
 
 } // namespace brimvale::cli

@@ -335,6 +335,27 @@ void ColumnBrowser::selectNode(int depth, const FileNodeRef& node) {
     }
 }
 
+void ColumnBrowser::selectPath(const FileNodeRef& node) {
+    std::vector<FileNodeRef> chain;
+    for (FileNode* at = node.get(); at != nullptr && at != state_.root().get(); at = at->parent()) {
+        chain.push_back(FileNodeRef(at));
+    }
+    if (chain.empty() || chain.back()->parent() != state_.root().get()) {
+        return;
+    }
+    selectionIsAutomatic_ = false;
+    const int before = columnCount();
+    bool changed = false;
+    for (int depth = 0; depth < static_cast<int>(chain.size()); ++depth) {
+        changed =
+            state_.setSelection(depth, chain[chain.size() - 1 - static_cast<std::size_t>(depth)]) ||
+            changed;
+    }
+    if (changed) {
+        pathDidChange(columnCount() > before);
+    }
+}
+
 void ColumnBrowser::activateRow(ColumnListView& view, int row) {
     ColumnItemsModel* model = view.itemsModel();
     nameChip_->dismiss();

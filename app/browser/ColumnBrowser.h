@@ -82,6 +82,9 @@ public:
 
     // Selects `node` in column `depth` as a click does.
     void selectNode(int depth, const FileNodeRef& node);
+    // Selects `node` wherever it is in the tree, opening the columns of the folders above it
+    // (a pick in the map). Nothing happens for the root or a node outside the tree.
+    void selectPath(const FileNodeRef& node);
     // Opens the deepest selection outside the application (Ctrl+Down).
     void openSelectionExternally();
 

@@ -2,6 +2,8 @@
 
 #include "app/banner/LiveScanProgressBanner.h"
 #include "app/browser/ColumnBrowser.h"
+#include "app/insights/OverviewPanel.h"
+#include "app/insights/TreemapView.h"
 #include "app/support/BusyIndicator.h"
 #include "app/support/WidgetText.h"
 #include "app/views/CacheBadge.h"
@@ -11,10 +13,15 @@
 #include "app/views/SkippedFoldersBadge.h"
 #include "core/coordinator/ScannerViewModel.h"
 
+#include <QAction>
+#include <QButtonGroup>
+#include <QEvent>
 #include <QHBoxLayout>
 #include <QLabel>
+#include <QLineEdit>
 #include <QMessageBox>
 #include <QStackedLayout>
+#include <QToolButton>
 #include <QVBoxLayout>
 
 namespace brimvale {
@@ -29,10 +36,106 @@ TreePage::TreePage(ScannerViewModel& viewModel, QWidget* parent)
     auto* layout = new QVBoxLayout(this);
     layout->setContentsMargins(0, 0, 0, 0);
     layout->setSpacing(0);
+    // Columns or map: one tree, one selection, two ways of looking at it.
+    auto* viewBar = new QWidget(this);
+    viewBar->setObjectName(QStringLiteral("treeViewBar"));
+    auto* viewLine = new QHBoxLayout(viewBar);
+    viewLine->setContentsMargins(kBadgeMargin, 4, kBadgeMargin, 4);
+    viewLine->setSpacing(0);
+    columnsButton_ = new QToolButton(viewBar);
+    columnsButton_->setText(tr("Columns"));
+    columnsButton_->setToolTip(tr("Show the folders as columns (Ctrl+1)"));
+    columnsButton_->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_1));
+    mapButton_ = new QToolButton(viewBar);
+    mapButton_->setText(tr("Map"));
+    mapButton_->setToolTip(
+        tr("Show the whole folder as a map of rectangles sized by space (Ctrl+2)"));
+    mapButton_->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_2));
+    auto* viewGroup = new QButtonGroup(viewBar);
+    for (QToolButton* button : {columnsButton_, mapButton_}) {
+        button->setCheckable(true);
+        button->setAutoRaise(true);
+        viewGroup->addButton(button);
+        viewLine->addWidget(button);
+    }
+    columnsButton_->setChecked(true);
+    viewLine->addStretch(1);
+    largestButton_ = new QToolButton(viewBar);
+    largestButton_->setText(tr("Largest Files"));
+    largestButton_->setToolTip(tr("The largest files anywhere in the scan"));
+    typesButton_ = new QToolButton(viewBar);
+    typesButton_->setText(tr("Types"));
+    typesButton_->setToolTip(tr("The space taken by each kind of file and extension"));
+    for (QToolButton* button : {largestButton_, typesButton_}) {
+        button->setCheckable(true);
+        button->setAutoRaise(true);
+        viewLine->addWidget(button);
+    }
+    viewLine->addSpacing(8);
+    searchField_ = new QLineEdit(viewBar);
+    searchField_->setPlaceholderText(tr("Search names (Ctrl+F)"));
+    searchField_->setToolTip(tr("Part of a name, or a pattern such as *.iso or IMG_20??_*"));
+    searchField_->setClearButtonEnabled(true);
+    searchField_->setFixedWidth(240);
+    viewLine->addWidget(searchField_);
+    searchField_->installEventFilter(this);
+    auto* findShortcut = new QAction(this);
+    findShortcut->setShortcut(QKeySequence::Find);
+    addAction(findShortcut);
+    connect(findShortcut, &QAction::triggered, this, [this] {
+        searchField_->setFocus();
+        searchField_->selectAll();
+    });
+    layout->addWidget(viewBar);
+    connect(mapButton_, &QToolButton::toggled, this, &TreePage::setMapShown);
+    connect(largestButton_, &QToolButton::toggled, this, [this](bool on) {
+        if (on) {
+            typesButton_->setChecked(false);
+        }
+        showOverview();
+    });
+    connect(typesButton_, &QToolButton::toggled, this, [this](bool on) {
+        if (on) {
+            largestButton_->setChecked(false);
+        }
+        showOverview();
+    });
+    connect(searchField_, &QLineEdit::textChanged, this, [this] { showOverview(); });
+
     changesBar_ = new ScanChangesBar(this);
     layout->addWidget(changesBar_);
-    browser_ = new ColumnBrowser(viewModel, this);
-    layout->addWidget(browser_);
+    auto* body = new QWidget(this);
+    auto* bodyLine = new QHBoxLayout(body);
+    bodyLine->setContentsMargins(0, 0, 0, 0);
+    bodyLine->setSpacing(0);
+    browser_ = new ColumnBrowser(viewModel, body);
+    bodyLine->addWidget(browser_, 1);
+    treemap_ = new TreemapView(body);
+    bodyLine->addWidget(treemap_, 1);
+    treemap_->hide();
+    overview_ = new OverviewPanel(body);
+    bodyLine->addWidget(overview_);
+    overview_->hide();
+    layout->addWidget(body, 1);
+    connect(overview_, &OverviewPanel::itemPicked, this,
+            [this](const FileNodeRef& node) { browser_->selectPath(node); });
+    connect(overview_, &OverviewPanel::closeRequested, this, [this] {
+        largestButton_->setChecked(false);
+        typesButton_->setChecked(false);
+        searchField_->clear();
+        showOverview();
+    });
+    connect(treemap_, &TreemapView::itemPicked, this,
+            [this](const FileNodeRef& node) { browser_->selectPath(node); });
+    connect(browser_, &ColumnBrowser::pathChanged, this, [this] {
+        const FileNodeRef selected = browser_->state().deepestSelection();
+        treemap_->setHighlighted(selected);
+        FileNodeRef folder = selected;
+        if (folder && !folder->isDirectory() && folder->parent() != nullptr) {
+            folder = FileNodeRef(folder->parent());
+        }
+        overview_->setSelectedFolder(folder);
+    });
     saveWait_ = new QTimer(this);
     saveWait_->setInterval(200);
     connect(saveWait_, &QTimer::timeout, this, &TreePage::compareWhenSaved);
@@ -116,10 +219,13 @@ void TreePage::showScanning(const ScanProgress& progress, const FileNodeRef& liv
     skippedFolders_.clear();
     badges_->hide();
     browser_->setPreviewHeldBack(true);
-    browser_->setVisible(liveRoot != nullptr);
+    showTreeViews(liveRoot != nullptr);
     scanningPlaceholder_->setVisible(liveRoot == nullptr);
     if (liveRoot) {
         browser_->setRoot(liveRoot);
+        treemap_->setRoot(liveRoot);
+        overview_->setTree(liveRoot);
+        treemap_->setHighlighted(browser_->state().deepestSelection());
     }
     if (newScan) {
         banner_->startNewScan();
@@ -136,7 +242,7 @@ void TreePage::showDone(DoneScan scan) {
     banner_->hide();
     scanningPlaceholder_->hide();
     browser_->setPreviewHeldBack(false);
-    browser_->show();
+    showTreeViews(true);
     const FileNodeRef& root = scan.root;
     if (root != doneRoot_) {
         // A new result: its badges show again, and it is compared with the scan before it.
@@ -159,6 +265,9 @@ void TreePage::showDone(DoneScan scan) {
     isDone_ = true;
     doneRoot_ = root;
     browser_->setRoot(root);
+    treemap_->setRoot(root);
+    overview_->setTree(root);
+    treemap_->setHighlighted(browser_->state().deepestSelection());
     cacheBadge_->setScan(scan.savedDate, root ? root->size() : 0, scan.occupiedBytes, scan.partial);
     cacheBadge_->setSaveFailure(qtText(scan.saveFailure.value_or("")));
     cacheBadge_->setVisible(!cacheBadgeDismissed_);
@@ -225,6 +334,47 @@ void TreePage::forgetPath() {
     saveWait_->stop();
     changesBar_->clear();
     browser_->clear();
+    treemap_->setRoot(nullptr);
+    overview_->setTree(nullptr);
+}
+
+bool TreePage::eventFilter(QObject* watched, QEvent* event) {
+    // The index of a million names takes a moment: made when the field gets the focus, so the
+    // first keystroke is as quick as the others.
+    if (watched == searchField_ && event->type() == QEvent::FocusIn) {
+        overview_->prepareSearch();
+    }
+    return QWidget::eventFilter(watched, event);
+}
+
+void TreePage::showOverview() {
+    const bool searching = !searchField_->text().isEmpty();
+    overview_->setSearchText(searchField_->text());
+    if (searching) {
+        overview_->showPage(OverviewPanel::Page::search);
+    } else if (largestButton_->isChecked()) {
+        overview_->showPage(OverviewPanel::Page::largestFiles);
+    } else if (typesButton_->isChecked()) {
+        overview_->showPage(OverviewPanel::Page::types);
+    }
+    overview_->setVisible(haveTree_ &&
+                          (searching || largestButton_->isChecked() || typesButton_->isChecked()));
+}
+
+void TreePage::setMapShown(bool shown) {
+    mapShown_ = shown;
+    (shown ? mapButton_ : columnsButton_)->setChecked(true);
+    showTreeViews(haveTree_);
+    if (shown && haveTree_) {
+        treemap_->setFocus();
+    }
+}
+
+void TreePage::showTreeViews(bool haveTree) {
+    haveTree_ = haveTree;
+    browser_->setVisible(haveTree && !mapShown_);
+    treemap_->setVisible(haveTree && mapShown_);
+    showOverview();
 }
 
 void TreePage::placeBadges() {

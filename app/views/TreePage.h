@@ -14,6 +14,9 @@
 #include <string>
 #include <vector>
 
+class QLineEdit;
+class QToolButton;
+
 namespace brimvale {
 
 class BusyIndicator;
@@ -26,6 +29,8 @@ class SkippedFoldersDialog;
 class LiveScanProgressBanner;
 class ScanChangesBar;
 class ScannerViewModel;
+class TreemapView;
+class OverviewPanel;
 
 // The detail area of a tree, finished or still growing: the column browser, with the scan
 // progress banner floating over it during a scan, and the saved-scan and permissions badges
@@ -64,6 +69,14 @@ public:
     void forgetPath();
 
     ColumnBrowser* browser() const { return browser_; }
+    TreemapView* treemap() const { return treemap_; }
+    // Whether the map stands in place of the columns (the toggle above them).
+    bool mapShown() const { return mapShown_; }
+    void setMapShown(bool shown);
+    OverviewPanel* overview() const { return overview_; }
+    QLineEdit* searchField() const { return searchField_; }
+    QToolButton* largestFilesButton() const { return largestButton_; }
+    QToolButton* typesButton() const { return typesButton_; }
     ScanChangesBar* changesBar() const { return changesBar_; }
     LiveScanProgressBanner* banner() const { return banner_; }
     CacheBadge* cacheBadge() const { return cacheBadge_; }
@@ -71,6 +84,9 @@ public:
     SkippedFoldersBadge* skippedBadge() const { return skippedBadge_; }
     FolderRefreshBadge* refreshBadge() const { return refreshBadge_; }
     SkippedFoldersDialog* skippedFoldersDialog() const { return skippedDialog_; }
+
+protected:
+    bool eventFilter(QObject* watched, QEvent* event) override;
 
 signals:
     void stopScanRequested();
@@ -81,6 +97,10 @@ private:
     void placeBadges();
 
     void compareWhenSaved();
+    // The columns or the map, whichever the toggle picks, once there is a tree.
+    void showTreeViews(bool haveTree);
+    // The overview pane for the toggles and the search field as they are now.
+    void showOverview();
 
     ScannerViewModel& viewModel_;
     ScanChangesBar* changesBar_;
@@ -89,6 +109,15 @@ private:
     std::optional<std::string> pendingHistoryKey_;
     int saveWaitTicks_ = 0;
     ColumnBrowser* browser_;
+    TreemapView* treemap_;
+    QToolButton* columnsButton_;
+    QToolButton* mapButton_;
+    QToolButton* largestButton_;
+    QToolButton* typesButton_;
+    QLineEdit* searchField_;
+    OverviewPanel* overview_;
+    bool mapShown_ = false;
+    bool haveTree_ = false;
     QWidget* scanningPlaceholder_;
     LiveScanProgressBanner* banner_;
     QWidget* badges_; // the status line below the columns

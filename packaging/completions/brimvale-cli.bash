@@ -23,8 +23,8 @@ _brimvale_cli()
     local cur prev words cword
     _init_completion -n : || return
 
-    local commands="help size remotes ls accounts scan history changes open export volumes cache lzfse
-        web-config rm"
+    local commands="help size remotes ls accounts scan history changes top types find open export volumes
+        cache lzfse web-config rm"
     local services="gdrive dropbox onedrive s3 r2 gcs azureblob box mega sftp ftp"
 
     if ((cword == 1)); then
@@ -35,7 +35,8 @@ _brimvale_cli()
     local command=${words[1]}
     local subcommand=${words[2]-}
     case $prev in
-        --depth | --top | --name | --field | --field-from-env | --field-from-stdin | --since | --from)
+        --depth | --top | --name | --field | --field-from-env | --field-from-stdin | --since | --from | \
+            -n | --count | --in)
             return
             ;;
         -o | --output)
@@ -74,6 +75,18 @@ _brimvale_cli()
                     COMPREPLY=($(compgen -W "--since --from --top --depth --json --help" -- "$cur"))
                 fi
             else
+                _filedir -d
+                _brimvale_cli_complete_remotes
+            fi
+            ;;
+        top | types | find)
+            if [[ $cur == -* ]]; then
+                if [[ $command == types ]]; then
+                    COMPREPLY=($(compgen -W "--in --json --help" -- "$cur"))
+                else
+                    COMPREPLY=($(compgen -W "--in -n --count --json --help" -- "$cur"))
+                fi
+            elif ((cword == 2)); then
                 _filedir -d
                 _brimvale_cli_complete_remotes
             fi
