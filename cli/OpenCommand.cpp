@@ -2,6 +2,7 @@
 
 #include "cli/DisplayText.h"
 #include "cli/ListingArguments.h"
+#include "cli/SavedTree.h"
 #include "cli/TreeJsonWriter.h"
 #include "cli/TreeListing.h"
 #include "core/interchange/NcduExportFile.h"
@@ -13,13 +14,6 @@
 
 namespace brimvale::cli {
 namespace {
-
-// The program ends right after printing; giving millions of nodes back one by one would only
-// delay its exit. Still reachable, so not a leak to a checker.
-void keepUntilExit(FileNodeRef root) {
-    static auto* kept = new std::vector<FileNodeRef>();
-    kept->push_back(std::move(root));
-}
 
 int runOpen(std::span<const std::string> arguments, CommandStreams streams) {
     const ListingArguments parsed = parseListingArguments(arguments, "export file (- for "

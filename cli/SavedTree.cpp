@@ -41,18 +41,7 @@ std::optional<SavedTree> readSavedTree(const std::string& target, const char* co
 }
 
 std::string pathBelow(const FileNode& node, const FileNode& root) {
-    std::vector<std::string_view> names;
-    for (const FileNode* at = &node; at != nullptr && at != &root; at = at->parent()) {
-        names.push_back(at->name());
-    }
-    std::string path;
-    for (auto name = names.rbegin(); name != names.rend(); ++name) {
-        if (!path.empty()) {
-            path += '/';
-        }
-        path += *name;
-    }
-    return path;
+    return brimvale::pathBelow(node, &root);
 }
 
 void keepUntilExit(FileNodeRef root) {

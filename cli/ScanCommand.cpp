@@ -5,6 +5,7 @@
 #include "cli/InterruptListener.h"
 #include "cli/ListingArguments.h"
 #include "cli/SavedScanTarget.h"
+#include "cli/SavedTree.h"
 #include "cli/ScanStatusLine.h"
 #include "cli/TreeJsonWriter.h"
 #include "cli/TreeListing.h"
@@ -67,13 +68,6 @@ ScanArguments parseScanArguments(std::span<const std::string> arguments) {
 bool writesToTerminal(const CommandStreams& streams) {
     return &streams.out == &std::cout && &streams.err == &std::cerr && ::isatty(STDOUT_FILENO) &&
            ::isatty(STDERR_FILENO);
-}
-
-// The program ends right after a scan; giving half a million nodes back to the allocator one
-// by one would only delay its exit. Still reachable, so not a leak to a checker.
-void keepUntilExit(FileNodeRef root) {
-    static auto* kept = new std::vector<FileNodeRef>();
-    kept->push_back(std::move(root));
 }
 
 double secondsSince(const Date& date) {

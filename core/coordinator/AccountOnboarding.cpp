@@ -173,9 +173,9 @@ void AccountOnboarding::addAccountPickService(const CloudServiceDefinition& defi
     publish(addAccountError_, std::optional<std::string>(), PublishedField::addAccountError);
 }
 
-void AccountOnboarding::runAddAccountGuidedFlow(const std::string& remoteName,
-                                                const std::string& rcloneType,
-                                                std::function<void(bool)> onFinished) {
+bool AccountOnboarding::beginAddAccountFlow(const std::string& remoteName,
+                                            const std::string& rcloneType,
+                                            const std::function<void(bool)>& onFinished) {
     publish(addAccountPendingRemoteName_, std::optional<std::string>(remoteName),
             PublishedField::addAccountPendingRemoteName);
     publish(addAccountPendingRcloneType_, std::optional<std::string>(rcloneType),
@@ -184,6 +184,15 @@ void AccountOnboarding::runAddAccountGuidedFlow(const std::string& remoteName,
         problem && addAccountCreatedRemote_ != remoteName) {
         publish(addAccountError_, problem, PublishedField::addAccountError);
         reportFinished(onFinished, false);
+        return false;
+    }
+    return true;
+}
+
+void AccountOnboarding::runAddAccountGuidedFlow(const std::string& remoteName,
+                                                const std::string& rcloneType,
+                                                std::function<void(bool)> onFinished) {
+    if (!beginAddAccountFlow(remoteName, rcloneType, onFinished)) {
         return;
     }
     RcloneGuidedSetup setup(coordinator_.options_.runner);
@@ -201,14 +210,7 @@ void AccountOnboarding::applyBackendOptions(const std::string& remoteName,
                                             const std::string& rcloneType,
                                             std::vector<std::pair<std::string, std::string>> values,
                                             std::function<void(bool)> onFinished) {
-    publish(addAccountPendingRemoteName_, std::optional<std::string>(remoteName),
-            PublishedField::addAccountPendingRemoteName);
-    publish(addAccountPendingRcloneType_, std::optional<std::string>(rcloneType),
-            PublishedField::addAccountPendingRcloneType);
-    if (auto problem = remoteNameProblem(remoteName);
-        problem && addAccountCreatedRemote_ != remoteName) {
-        publish(addAccountError_, problem, PublishedField::addAccountError);
-        reportFinished(onFinished, false);
+    if (!beginAddAccountFlow(remoteName, rcloneType, onFinished)) {
         return;
     }
     // The values of password options are kept out of every error and log line.

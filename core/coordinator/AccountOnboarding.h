@@ -138,6 +138,10 @@ public:
     void endHelperProcesses();
 
 private:
+    // Publishes the flow's pending name and type; false (the error published, onFinished told)
+    // when the name cannot be used.
+    bool beginAddAccountFlow(const std::string& remoteName, const std::string& rcloneType,
+                             const std::function<void(bool)>& onFinished);
     template <class Value> void publish(Value& field, Value value, PublishedField name);
     void terminateGuidedProcess();
     std::shared_ptr<RcloneGuidedProcessBox> freshProcessBox();

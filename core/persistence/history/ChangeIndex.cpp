@@ -23,18 +23,7 @@ const ScanChange* ChangeIndex::find(const FileNode& node) const {
     if (node.parent() == nullptr) {
         return &total_;
     }
-    std::vector<std::string_view> names;
-    for (const FileNode* at = &node; at->parent() != nullptr; at = at->parent()) {
-        names.push_back(at->name());
-    }
-    std::string path;
-    for (auto name = names.rbegin(); name != names.rend(); ++name) {
-        if (!path.empty()) {
-            path += '/';
-        }
-        path += *name;
-    }
-    const auto found = byPath_.find(path);
+    const auto found = byPath_.find(pathBelow(node));
     return found == byPath_.end() ? nullptr : &found->second;
 }
 
