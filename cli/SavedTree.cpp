@@ -3,6 +3,7 @@
 #include "cli/CoordinatorSession.h"
 #include "cli/DisplayText.h"
 #include "cli/SavedScanTarget.h"
+#include "core/model/TreePath.h"
 #include "core/persistence/cache/CacheRecord.h"
 #include "core/persistence/cache/ScanCache.h"
 

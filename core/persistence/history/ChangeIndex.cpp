@@ -1,6 +1,7 @@
 #include "core/persistence/history/ChangeIndex.h"
 
 #include "core/model/SizeFormatter.h"
+#include "core/model/TreePath.h"
 
 #include <vector>
 
