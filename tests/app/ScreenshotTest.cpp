@@ -26,6 +26,11 @@
 #include <QTest>
 #include <gtest/gtest.h>
 
+// Rectangles in failure messages as a person reads them.
+void PrintTo(const QRect& rect, std::ostream* out) {
+    *out << rect.x() << "," << rect.y() << " " << rect.width() << "x" << rect.height();
+}
+
 namespace brimvale {
 namespace {
 
