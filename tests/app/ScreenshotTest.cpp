@@ -19,10 +19,12 @@
 #include <QAction>
 #include <QApplication>
 #include <QDir>
+#include <QLabel>
 #include <QLineEdit>
 #include <QListView>
 #include <QPushButton>
 #include <QScreen>
+#include <QScrollArea>
 #include <QTest>
 #include <gtest/gtest.h>
 
@@ -261,6 +263,48 @@ TEST_P(Screenshots, SavedScanScanStopAndGeneratedForm) {
     look(*sheet, "add-account-webdav");
     sheet->reject();
     ASSERT_TRUE(pumpUntil([this] { return window->addAccountSheet() == nullptr; }));
+}
+
+// The checks themselves: a date squeezed into its label is clipped, a small font's label at its
+// own size is not; a widget past the window's edge is outside, content scrolled out of a
+// scroll area's view is not; a translucent secondary text is measured as drawn.
+TEST(ScreenshotChecks, FindClippedTextWidgetsOutsideAndFaintText) {
+    QWidget root;
+    root.resize(300, 200);
+    auto* squeezed = new QLabel("Cached 32 seconds ago", &root);
+    squeezed->setGeometry(0, 0, 60, 20);
+    auto* small = new QLabel("Accounts", &root);
+    QFont font = small->font();
+    font.setPointSizeF(std::max(7.0, font.pointSizeF() - 1.0));
+    small->setFont(font);
+    small->setGeometry(QRect(QPoint(0, 40), small->sizeHint()));
+    auto* past = new QWidget(&root);
+    past->setGeometry(280, 100, 40, 20);
+    auto* area = new QScrollArea(&root);
+    area->setGeometry(0, 130, 100, 60);
+    auto* content = new QWidget;
+    content->resize(400, 400);
+    area->setWidget(content);
+    root.show();
+    ASSERT_TRUE(QTest::qWaitForWindowExposed(&root));
+    const QStringList clipped = testing::clippedLabels(root);
+    ASSERT_EQ(clipped.size(), 1) << clipped.join("; ").toStdString();
+    EXPECT_TRUE(clipped.front().startsWith("Cached 32 seconds ago"));
+    const QStringList outside = testing::widgetsOutside(root);
+    ASSERT_EQ(outside.size(), 1) << outside.join("; ").toStdString();
+    EXPECT_TRUE(outside.front().startsWith("QWidget  at 280,100")) << outside.front().toStdString();
+
+    QPalette palette;
+    palette.setColor(QPalette::Window, QColor(0xef, 0xef, 0xef));
+    palette.setColor(QPalette::Base, Qt::white);
+    palette.setColor(QPalette::PlaceholderText, QColor(0, 0, 0, 128));
+    palette.setColor(QPalette::HighlightedText, Qt::white);
+    palette.setColor(QPalette::Highlight, QColor(0x1d, 0x4e, 0x89));
+    const QStringList faint = testing::unreadableTextRoles(palette);
+    EXPECT_TRUE(faint.filter("PlaceholderText on Window (active)").size() == 1 &&
+                faint.filter("PlaceholderText on Base (active)").size() == 1 &&
+                faint.filter("Highlight").isEmpty())
+        << faint.join("; ").toStdString();
 }
 
 // Named for the pictures' file names and test filters.
