@@ -199,8 +199,9 @@ void AddAccountSheet::fillServices() {
                                 qtText(definition.displayName), services_);
         item->setData(kServiceIndexRole, static_cast<int>(index));
         // The title is short; the description says more.
-        if (!definition.description.empty() && definition.description != definition.displayName) {
-            item->setToolTip(qtText(definition.description));
+        const QString description = qtText(definition.description);
+        if (!description.isEmpty() && description.compare(item->text(), Qt::CaseInsensitive) != 0) {
+            item->setToolTip(description);
         }
     }
     services_->setCurrentRow(std::min(chosen, services_->count() - 1));

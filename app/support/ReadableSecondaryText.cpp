@@ -31,6 +31,16 @@ QColor mixed(const QColor& from, const QColor& to, double towards) {
                             static_cast<float>(channel(a.blueF(), b.blueF())));
 }
 
+// `color` as it shows when drawn over the opaque `background`: themes (Qt's own default among
+// them) give the placeholder colour an alpha, which makes it fainter than its RGB says.
+QColor drawnOver(const QColor& color, const QColor& background) {
+    return mixed(background, color, color.toRgb().alphaF());
+}
+
+QPalette readablePalette(const QPalette& palette) {
+    return withReadableSelection(withReadableSecondaryText(palette));
+}
+
 // Watches the application for palette changes; its own change is told apart by the colour
 // already being the readable one, so it does not loop.
 class PaletteWatcher : public QObject {
@@ -41,7 +51,7 @@ protected:
     bool eventFilter(QObject* watched, QEvent* event) override {
         if (event->type() == QEvent::ApplicationPaletteChange && watched == qApp) {
             const QPalette current = QApplication::palette();
-            const QPalette readable = withReadableSecondaryText(current);
+            const QPalette readable = readablePalette(current);
             if (readable != current) {
                 QApplication::setPalette(readable);
             }
@@ -76,7 +86,8 @@ QPalette withReadableSecondaryText(QPalette palette) {
         const QColor current = palette.color(group, QPalette::PlaceholderText);
         const QColor window = palette.color(group, QPalette::Window);
         const QColor base = palette.color(group, QPalette::Base);
-        if (contrastRatio(current, window) >= 4.5 && contrastRatio(current, base) >= 4.5) {
+        if (contrastRatio(drawnOver(current, window), window) >= 4.5 &&
+            contrastRatio(drawnOver(current, base), base) >= 4.5) {
             continue;
         }
         // Of the window and the base, the one the text stands out less against decides.
@@ -92,8 +103,31 @@ QPalette withReadableSecondaryText(QPalette palette) {
     return palette;
 }
 
+QPalette withReadableSelection(QPalette palette) {
+    for (const auto group : {QPalette::Active, QPalette::Inactive}) {
+        const QColor text = palette.color(group, QPalette::HighlightedText);
+        const QColor highlight = palette.color(group, QPalette::Highlight);
+        if (contrastRatio(drawnOver(text, highlight), highlight) >= 4.5) {
+            continue;
+        }
+        // Darker under light text, lighter under dark text, only as far as needed.
+        const QColor away = relativeLuminance(text) > relativeLuminance(highlight)
+                                ? QColor(Qt::black)
+                                : QColor(Qt::white);
+        constexpr int kSteps = 20;
+        for (int step = 1; step <= kSteps; ++step) {
+            const QColor candidate = mixed(highlight, away, static_cast<double>(step) / kSteps);
+            if (contrastRatio(drawnOver(text, candidate), candidate) >= 4.5) {
+                palette.setColor(group, QPalette::Highlight, candidate);
+                break;
+            }
+        }
+    }
+    return palette;
+}
+
 void keepSecondaryTextReadable(QApplication& application) {
-    QApplication::setPalette(withReadableSecondaryText(QApplication::palette()));
+    QApplication::setPalette(readablePalette(QApplication::palette()));
     application.installEventFilter(new PaletteWatcher(&application));
 }
 

@@ -16,12 +16,18 @@ QColor readableSecondaryColor(const QColor& text, const QColor& background,
                               double minimumContrast = 4.5);
 
 // The palette with its PlaceholderText role, which every secondary text of the application uses,
-// made readable on both the window and the base colour of each colour group. Themes, dark ones
-// in particular, often give that role a colour meant for empty fields only, far below 4.5:1.
+// made readable on both the window and the base colour of each colour group (a translucent
+// colour measured as it is drawn). Themes, dark ones in particular, often give that role a
+// colour meant for empty fields only, far below 4.5:1.
 QPalette withReadableSecondaryText(QPalette palette);
 
-// Applies withReadableSecondaryText to the application palette now and whenever the palette
-// changes (a scheme switch).
+// The palette with its Highlight made darker (or lighter) as far as needed for its
+// HighlightedText, the text of selected rows, to keep 4.5:1 on it; some themes' accent colours,
+// Qt's own default among them, fall short with white text.
+QPalette withReadableSelection(QPalette palette);
+
+// Applies withReadableSecondaryText and withReadableSelection to the application palette now
+// and whenever the palette changes (a scheme switch).
 void keepSecondaryTextReadable(QApplication& application);
 
 } // namespace brimvale::app

@@ -40,8 +40,10 @@ int main(int argc, char** argv) {
         chosen += ":configfile=" + config;
     }
     setenv("QT_QPA_PLATFORM", chosen.c_str(), 1);
-    // Fixed fonts and scale, so sizes measured by the tests do not depend on the desktop.
-    setenv("QT_SCALE_FACTOR", "1", 1);
+    // Fixed fonts and scale, so sizes measured by the tests do not depend on the desktop; a run
+    // at another scale names it in BRIMVALE_TEST_SCALE.
+    const char* scale = std::getenv("BRIMVALE_TEST_SCALE");
+    setenv("QT_SCALE_FACTOR", scale != nullptr ? scale : "1", 1);
     setenv("LANG", "en_US.UTF-8", 0);
     ::testing::InitGoogleTest(&argc, argv);
     standardHandler = qInstallMessageHandler(filterPlatformNoise);

@@ -53,5 +53,49 @@ TEST(ReadableSecondaryText, SecondaryTextMeetsContrastInLightAndDarkSchemesAndSt
               schemes[3].placeholder);
 }
 
+// Qt's own default palette draws placeholders in the text colour at half opacity (about 3.9:1
+// as drawn, though its RGB alone says 21:1) and white selected text on an accent that gives
+// 3.7:1; a light text on a dark accent, a dark one on a light accent, and a readable pair kept.
+TEST(ReadableSecondaryText, TranslucentSecondaryTextAndSelectedTextAreMadeReadable) {
+    QPalette translucent;
+    translucent.setColor(QPalette::Window, QColor(0xef, 0xef, 0xef));
+    translucent.setColor(QPalette::Base, Qt::white);
+    translucent.setColor(QPalette::Text, Qt::black);
+    translucent.setColor(QPalette::PlaceholderText, QColor(0, 0, 0, 128));
+    const QColor secondary =
+        withReadableSecondaryText(translucent).color(QPalette::PlaceholderText);
+    EXPECT_EQ(secondary.alpha(), 255);
+    EXPECT_GE(contrastRatio(secondary, QColor(0xef, 0xef, 0xef)), 4.5);
+
+    struct Selection {
+        QColor text, highlight;
+        bool changes;
+    };
+    const Selection selections[] = {
+        {Qt::white, QColor(0x30, 0x8c, 0xc6), true},
+        {Qt::white, QColor(0x2f, 0x7d, 0xd1), true},
+        {Qt::black, QColor(0x40, 0x40, 0x60), true},
+        {Qt::white, QColor(0x1d, 0x4e, 0x89), false},
+    };
+    for (const auto& selection : selections) {
+        QPalette palette;
+        palette.setColor(QPalette::HighlightedText, selection.text);
+        palette.setColor(QPalette::Highlight, selection.highlight);
+        const QPalette fixed = withReadableSelection(palette);
+        for (const auto group : {QPalette::Active, QPalette::Inactive}) {
+            const QColor highlight = fixed.color(group, QPalette::Highlight);
+            EXPECT_GE(contrastRatio(selection.text, highlight), 4.5)
+                << highlight.name().toStdString();
+            EXPECT_EQ(highlight != selection.highlight, selection.changes)
+                << highlight.name().toStdString();
+            // A changed accent stays near its own colour: no further than needed.
+            if (selection.changes) {
+                EXPECT_LT(contrastRatio(selection.text, highlight), 6.0);
+            }
+        }
+        EXPECT_EQ(withReadableSelection(fixed), fixed);
+    }
+}
+
 } // namespace
 } // namespace brimvale::app

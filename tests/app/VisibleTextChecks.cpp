@@ -1,7 +1,10 @@
 #include "tests/app/VisibleTextChecks.h"
 
+#include "app/support/ReadableSecondaryText.h"
+
 #include <QAbstractButton>
 #include <QAbstractItemView>
+#include <QAbstractScrollArea>
 #include <QLabel>
 #include <QRegularExpression>
 #include <QTextDocument>
@@ -29,9 +32,17 @@ QSize neededSize(const QLabel& label, int width) {
     }
     const QFontMetrics metrics = label.fontMetrics();
     const int flags = label.alignment() | (label.wordWrap() ? Qt::TextWordWrap : 0);
-    return metrics
-        .boundingRect(QRect(0, 0, label.wordWrap() ? width : 100000, 100000), flags, label.text())
-        .size();
+    const QSize bounds = metrics
+                             .boundingRect(QRect(0, 0, label.wordWrap() ? width : 100000, 100000),
+                                           flags, label.text())
+                             .size();
+    if (label.wordWrap()) {
+        return bounds;
+    }
+    // Lines that are not wrapped take their font's height each, which the bounding rectangle
+    // can exceed by a pixel of rounding (a small font's 13 px line measured as 14).
+    const int lines = static_cast<int>(label.text().count(QLatin1Char('\n'))) + 1;
+    return {bounds.width(), metrics.height() + (lines - 1) * metrics.lineSpacing()};
 }
 
 // Whether `tip` says nothing that `text` does not: every word of it is already shown.
@@ -116,6 +127,82 @@ QStringList repeatedToolTips(const QWidget& root) {
         }
     }
     return repeated;
+}
+
+QStringList widgetsOutside(const QWidget& root) {
+    const auto scrolled = [&root](const QWidget* widget) {
+        for (const QWidget* up = widget->parentWidget(); up != nullptr && up != &root;
+             up = up->parentWidget()) {
+            const auto* area = qobject_cast<const QAbstractScrollArea*>(up->parentWidget());
+            if (area != nullptr && area->viewport() == up) {
+                return true;
+            }
+        }
+        return false;
+    };
+    QStringList outside;
+    for (const QWidget* widget : root.findChildren<QWidget*>()) {
+        if (widget->isWindow() || !shown(*widget) || !widget->isVisibleTo(&root) ||
+            scrolled(widget)) {
+            continue;
+        }
+        const QRect placed(widget->mapTo(&root, QPoint(0, 0)), widget->size());
+        if (!root.rect().contains(placed)) {
+            outside << QStringLiteral("%1 %2 at %3,%4 %5x%6")
+                           .arg(QString::fromLatin1(widget->metaObject()->className()),
+                                widget->objectName())
+                           .arg(placed.x())
+                           .arg(placed.y())
+                           .arg(placed.width())
+                           .arg(placed.height());
+        }
+    }
+    return outside;
+}
+
+QColor composited(const QColor& color, const QColor& background) {
+    const QColor top = color.toRgb();
+    const QColor under = background.toRgb();
+    const float alpha = top.alphaF();
+    const auto channel = [alpha](float over, float below) {
+        return over * alpha + below * (1 - alpha);
+    };
+    return QColor::fromRgbF(channel(top.redF(), under.redF()),
+                            channel(top.greenF(), under.greenF()),
+                            channel(top.blueF(), under.blueF()));
+}
+
+QStringList unreadableTextRoles(const QPalette& palette) {
+    struct Pair {
+        QPalette::ColorRole text;
+        QPalette::ColorRole background;
+        const char* name;
+    };
+    static constexpr Pair kPairs[] = {
+        {QPalette::WindowText, QPalette::Window, "WindowText on Window"},
+        {QPalette::Text, QPalette::Base, "Text on Base"},
+        {QPalette::Text, QPalette::AlternateBase, "Text on AlternateBase"},
+        {QPalette::PlaceholderText, QPalette::Window, "PlaceholderText on Window"},
+        {QPalette::PlaceholderText, QPalette::Base, "PlaceholderText on Base"},
+        {QPalette::ButtonText, QPalette::Button, "ButtonText on Button"},
+        {QPalette::HighlightedText, QPalette::Highlight, "HighlightedText on Highlight"},
+        {QPalette::ToolTipText, QPalette::ToolTipBase, "ToolTipText on ToolTipBase"},
+    };
+    QStringList unreadable;
+    for (const auto group : {QPalette::Active, QPalette::Inactive}) {
+        for (const Pair& pair : kPairs) {
+            const QColor background = palette.color(group, pair.background);
+            const double ratio = app::contrastRatio(
+                composited(palette.color(group, pair.text), background), background);
+            if (ratio < 4.5) {
+                unreadable << QStringLiteral("%1 (%2): %3:1")
+                                  .arg(QString::fromLatin1(pair.name),
+                                       group == QPalette::Active ? "active" : "inactive")
+                                  .arg(ratio, 0, 'f', 2);
+            }
+        }
+    }
+    return unreadable;
 }
 
 } // namespace brimvale::testing

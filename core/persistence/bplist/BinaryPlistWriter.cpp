@@ -75,6 +75,10 @@ public:
     std::uint64_t objectsWritten() const { return next_; }
 
     void bytes(const void* data, std::size_t size) {
+        // An empty column has no buffer: memcpy may not be given its null pointer, even for 0.
+        if (size == 0) {
+            return;
+        }
         std::memcpy(out_, data, size);
         out_ += size;
     }
