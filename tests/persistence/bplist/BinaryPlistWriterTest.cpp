@@ -508,7 +508,8 @@ TEST(StringColumnTest, PackedColumnsKeepEveryStringThroughAFile) {
 
     BinaryPlistWriter writer;
     writer.addStringColumn("packed", packed);
-    writer.addStringColumn("sparse", StringColumn(std::vector<std::string>(3)));
+    const StringColumn empties(std::vector<std::string>(3));
+    writer.addStringColumn("sparse", empties);
     const auto file = writer.write();
     const BinaryPlistReader reader(file);
     const PlistRef top = reader.topObject();
