@@ -7,6 +7,7 @@
 #include "core/insights/NameIndex.h"
 #include "core/insights/SpaceByType.h"
 #include "core/model/SizeFormatter.h"
+#include "core/model/TreePath.h"
 
 #include <charconv>
 #include <iostream>
@@ -22,29 +23,6 @@ struct OverviewArguments {
     int count = 0;
     std::optional<std::string> folder; // --in: a folder of the saved scan, below its root
 };
-
-// The folder `path` names below the root ("Photos/2024"; "" or "/" the root itself), or null.
-const FileNode* folderBelow(const FileNode& root, const std::string& path) {
-    const FileNode* at = &root;
-    std::size_t start = 0;
-    while (at != nullptr && start < path.size()) {
-        const std::size_t end = std::min(path.find('/', start), path.size());
-        const std::string_view name(path.data() + start, end - start);
-        start = end + 1;
-        if (name.empty() || name == ".") {
-            continue;
-        }
-        const FileNode* next = nullptr;
-        for (const FileNodeRef& child : at->children()) {
-            if (child->isDirectory() && child->name() == name) {
-                next = child.get();
-                break;
-            }
-        }
-        at = next;
-    }
-    return at;
-}
 
 // The saved scan of the first operand and the folder of it looked at (--in, else its root);
 // none after saying why.

@@ -11,6 +11,7 @@
 #include "cli/TreeListing.h"
 #include "core/local/LocalDiskAdapter.h"
 #include "core/model/SizeFormatter.h"
+#include "core/model/TreePath.h"
 #include "core/rclone/RcloneListingPrefetch.h"
 
 #include <algorithm>
@@ -154,28 +155,6 @@ void printUnreadableCloudFolders(const std::vector<SkippedFolder>& unreadable, s
             << groupedCount(static_cast<std::int64_t>(unreadable.size() - kNamed))
             << " more (--json lists them all)\n";
     }
-}
-
-// The folder at `subpath` ("photos/2024", relative to the scanned folder) in `root`.
-const FileNode* folderBelow(const FileNode& root, std::string_view subpath) {
-    const FileNode* node = &root;
-    while (!subpath.empty() && node != nullptr) {
-        const auto slash = subpath.find('/');
-        const std::string_view name = subpath.substr(0, slash);
-        subpath.remove_prefix(slash == std::string_view::npos ? subpath.size() : slash + 1);
-        if (name.empty() || name == ".") {
-            continue;
-        }
-        const FileNode* next = nullptr;
-        for (const auto& child : node->children()) {
-            if (child->isDirectory() && child->name() == name) {
-                next = child.get();
-                break;
-            }
-        }
-        node = next;
-    }
-    return node;
 }
 
 int runScan(std::span<const std::string> rawArguments, CommandStreams streams) {

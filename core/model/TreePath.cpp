@@ -20,4 +20,25 @@ std::string pathBelow(const FileNode& node, const FileNode* root) {
     return path;
 }
 
+const FileNode* folderBelow(const FileNode& root, std::string_view path) {
+    const FileNode* node = &root;
+    while (!path.empty() && node != nullptr) {
+        const auto slash = path.find('/');
+        const std::string_view name = path.substr(0, slash);
+        path.remove_prefix(slash == std::string_view::npos ? path.size() : slash + 1);
+        if (name.empty() || name == ".") {
+            continue;
+        }
+        const FileNode* next = nullptr;
+        for (const auto& child : node->children()) {
+            if (child->isDirectory() && child->name() == name) {
+                next = child.get();
+                break;
+            }
+        }
+        node = next;
+    }
+    return node;
+}
+
 } // namespace brimvale
