@@ -3,6 +3,7 @@
 #include "app/bridge/ViewModelSignals.h"
 #include "app/onboarding/GeneratedBackendForm.h"
 #include "app/onboarding/NativeCredentialForm.h"
+#include "app/support/ErrorText.h"
 #include "app/support/ExternalOpen.h"
 #include "app/support/Symbols.h"
 #include "app/support/WidgetText.h"
@@ -122,9 +123,7 @@ AddAccountSheet::AddAccountSheet(ScannerViewModel& viewModel, ViewModelSignals& 
     setupLayout->addWidget(status_);
     error_ = new QLabel(setupPage_);
     error_->setWordWrap(true);
-    QPalette errorPalette = error_->palette();
-    errorPalette.setColor(QPalette::WindowText, QColor(0xD0, 0x3A, 0x2F));
-    error_->setPalette(errorPalette);
+    useErrorColour(*error_);
     error_->setAccessibleName(tr("Error"));
     setupLayout->addWidget(error_);
     setupLayout->addStretch(1);

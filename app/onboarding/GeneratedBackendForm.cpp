@@ -1,5 +1,6 @@
 #include "app/onboarding/GeneratedBackendForm.h"
 
+#include "app/support/ErrorText.h"
 #include "app/support/WidgetText.h"
 #include "core/onboarding/NativeCredentialConfiguration.h"
 
@@ -262,10 +263,7 @@ std::optional<QString> GeneratedBackendForm::missingRequired() const {
 void GeneratedBackendForm::showSubmitError(const QString& message) {
     showingSubmitError_ = !message.isEmpty();
     message_->setText(message);
-    QPalette palette = message_->palette();
-    palette.setColor(QPalette::WindowText, QColor(0xD0, 0x3A, 0x2F));
-    message_->setPalette(palette);
-    message_->setForegroundRole(QPalette::WindowText);
+    useErrorColour(*message_);
 }
 
 void GeneratedBackendForm::setBusy(bool busy) {

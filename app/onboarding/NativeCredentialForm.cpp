@@ -1,5 +1,6 @@
 #include "app/onboarding/NativeCredentialForm.h"
 
+#include "app/support/ErrorText.h"
 #include "app/support/WidgetText.h"
 
 #include <QFileDialog>
@@ -320,10 +321,7 @@ std::optional<std::string> NativeCredentialForm::validationMessage(const Fields&
 void NativeCredentialForm::showSubmitError(const QString& message) {
     showingSubmitError_ = !message.isEmpty();
     message_->setText(message);
-    QPalette palette = message_->palette();
-    palette.setColor(QPalette::WindowText, QColor(0xD0, 0x3A, 0x2F));
-    message_->setPalette(palette);
-    message_->setForegroundRole(QPalette::WindowText);
+    useErrorColour(*message_);
 }
 
 void NativeCredentialForm::setBusy(bool busy) {

@@ -108,4 +108,22 @@ ProviderRef AppTest::providerNamed(const std::string& remoteID) const {
     return viewModel->provider(remoteID);
 }
 
+QPalette darkPalette(const QColor& placeholderText, const QColor& highlight) {
+    QPalette palette;
+    palette.setColor(QPalette::Window, QColor(0x2b, 0x2b, 0x2d));
+    palette.setColor(QPalette::WindowText, QColor(0xe8, 0xe8, 0xea));
+    palette.setColor(QPalette::Base, QColor(0x1e, 0x1e, 0x20));
+    palette.setColor(QPalette::AlternateBase, QColor(0x26, 0x26, 0x28));
+    palette.setColor(QPalette::Text, QColor(0xe8, 0xe8, 0xea));
+    palette.setColor(QPalette::PlaceholderText, placeholderText);
+    palette.setColor(QPalette::Button, QColor(0x3a, 0x3a, 0x3d));
+    palette.setColor(QPalette::ButtonText, QColor(0xe8, 0xe8, 0xea));
+    palette.setColor(QPalette::Highlight, highlight);
+    palette.setColor(QPalette::HighlightedText, Qt::white);
+    palette.setColor(QPalette::Mid, QColor(0x4a, 0x4a, 0x4e));
+    palette.setColor(QPalette::ToolTipBase, QColor(0x3a, 0x3a, 0x3d));
+    palette.setColor(QPalette::ToolTipText, QColor(0xe8, 0xe8, 0xea));
+    return palette;
+}
+
 } // namespace brimvale::testing

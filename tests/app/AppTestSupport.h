@@ -6,6 +6,8 @@
 #include "tests/coordinator/ScriptedProvider.h"
 #include "tests/rclone/RcloneTestSupport.h"
 
+#include <QColor>
+#include <QPalette>
 #include <QUrl>
 #include <gtest/gtest.h>
 
@@ -64,5 +66,10 @@ protected:
 private:
     bool previousLiveTree_;
 };
+
+// A dark desktop palette. Themes differ in their placeholder colour (which the application's
+// secondary texts use) and highlight, so the tests choose those.
+QPalette darkPalette(const QColor& placeholderText = QColor(0x9a, 0x9a, 0xa0),
+                     const QColor& highlight = QColor(0x2f, 0x7d, 0xd1));
 
 } // namespace brimvale::testing

@@ -38,24 +38,6 @@ namespace {
 using namespace std::chrono_literals;
 using testing::pumpUntil;
 
-QPalette darkPalette() {
-    QPalette palette;
-    palette.setColor(QPalette::Window, QColor(0x2b, 0x2b, 0x2d));
-    palette.setColor(QPalette::WindowText, QColor(0xe8, 0xe8, 0xea));
-    palette.setColor(QPalette::Base, QColor(0x1e, 0x1e, 0x20));
-    palette.setColor(QPalette::AlternateBase, QColor(0x26, 0x26, 0x28));
-    palette.setColor(QPalette::Text, QColor(0xe8, 0xe8, 0xea));
-    palette.setColor(QPalette::PlaceholderText, QColor(0x9a, 0x9a, 0xa0));
-    palette.setColor(QPalette::Button, QColor(0x3a, 0x3a, 0x3d));
-    palette.setColor(QPalette::ButtonText, QColor(0xe8, 0xe8, 0xea));
-    palette.setColor(QPalette::Highlight, QColor(0x2f, 0x7d, 0xd1));
-    palette.setColor(QPalette::HighlightedText, Qt::white);
-    palette.setColor(QPalette::Mid, QColor(0x4a, 0x4a, 0x4e));
-    palette.setColor(QPalette::ToolTipBase, QColor(0x3a, 0x3a, 0x3d));
-    palette.setColor(QPalette::ToolTipText, QColor(0xe8, 0xe8, 0xea));
-    return palette;
-}
-
 // Folders album0… of `photos` files each; a photo of album N is about `unit` × (N + 1) bytes,
 // so the albums sort by their number.
 void writeAlbums(const testing::TemporaryFolder& into, int albums, int photos, std::size_t unit) {
@@ -176,7 +158,7 @@ TEST(ApplicationEndToEnd, ScanBrowseAndRescanAnAliasRemote) {
         ASSERT_TRUE(pumpUntil([&] { return window.localVolumeSheet() == nullptr; }));
 
         const QPalette light = QApplication::palette();
-        QApplication::setPalette(darkPalette());
+        QApplication::setPalette(testing::darkPalette());
         QTest::qWait(50);
         saveScreenshot(window, "browsed-dark");
         QApplication::setPalette(light);

@@ -45,21 +45,7 @@ using testing::ScriptedProvider;
 // A dark desktop theme as some ship it: its placeholder colour, which the application's
 // secondary texts use, is meant for empty fields and is barely readable (about 1.2:1).
 QPalette darkTheme() {
-    QPalette palette;
-    palette.setColor(QPalette::Window, QColor(0x2b, 0x2b, 0x2d));
-    palette.setColor(QPalette::WindowText, QColor(0xe8, 0xe8, 0xea));
-    palette.setColor(QPalette::Base, QColor(0x1e, 0x1e, 0x20));
-    palette.setColor(QPalette::AlternateBase, QColor(0x26, 0x26, 0x28));
-    palette.setColor(QPalette::Text, QColor(0xe8, 0xe8, 0xea));
-    palette.setColor(QPalette::PlaceholderText, QColor(0x3c, 0x3c, 0x40));
-    palette.setColor(QPalette::Button, QColor(0x3a, 0x3a, 0x3d));
-    palette.setColor(QPalette::ButtonText, QColor(0xe8, 0xe8, 0xea));
-    palette.setColor(QPalette::Highlight, QColor(0x23, 0x63, 0xa8));
-    palette.setColor(QPalette::HighlightedText, Qt::white);
-    palette.setColor(QPalette::Mid, QColor(0x4a, 0x4a, 0x4e));
-    palette.setColor(QPalette::ToolTipBase, QColor(0x3a, 0x3a, 0x3d));
-    palette.setColor(QPalette::ToolTipText, QColor(0xe8, 0xe8, 0xea));
-    return palette;
+    return testing::darkPalette(QColor(0x3c, 0x3c, 0x40), QColor(0x23, 0x63, 0xa8));
 }
 
 enum class Scheme { light, dark };

@@ -4,7 +4,7 @@
 #include "core/persistence/cache/CacheRecord.h"
 #include "core/persistence/cache/LocalScanCacheStem.h"
 #include "core/persistence/cache/ScanCache.h"
-#include "tests/coordinator/CliProgram.h"
+#include "tests/coordinator/CliSession.h"
 #include "tests/rclone/RcloneTestSupport.h"
 #include "tests/support/TemporaryTree.h"
 
@@ -36,17 +36,7 @@ std::string afterDates(const std::string& json) {
     return json.substr(json.find(",\"before\":"));
 }
 
-struct Session {
-    RcloneSandbox sandbox;
-    TemporaryFolder home;
-    CliProgram cli{sandbox, home.path()};
-
-    ChildProcessResult run(std::vector<std::string> arguments, int status) const {
-        auto result = cli.run(std::move(arguments));
-        EXPECT_EQ(result.exitStatus, status) << result.standardOutput << result.standardError;
-        return result;
-    }
-};
+using Session = CliSession;
 
 TEST(HistoryEndToEnd, ARescannedFolderShowsExactlyWhatChangedAndNeverAPartialScan) {
     Session session;

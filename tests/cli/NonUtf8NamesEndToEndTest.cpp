@@ -74,7 +74,7 @@ TEST(NonUtf8NamesEndToEnd, NamesKeepTheirBytesInJsonSavedScansAndSettings) {
     ASSERT_EQ(again.exitStatus, 0) << again.standardError;
     EXPECT_NE(again.standardOutput.find("cached just now"), std::string::npos)
         << again.standardOutput;
-    const auto savedFile = cli.cacheFile("x").parent_path() /
+    const auto savedFile = cli.cacheDirectory() /
                            ScanCache::fileNameFor(LocalScanCacheStem::stem("localdisk", folder));
     const auto shown = cli.run({"cache", "show", savedFile.string(), "--json"});
     ASSERT_EQ(shown.exitStatus, 0) << shown.standardError;

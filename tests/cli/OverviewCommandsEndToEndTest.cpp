@@ -1,7 +1,7 @@
 // brimvale-cli top, types and find as a person runs them, on saved scans of a real folder and
 // of an alias remote made by the real program.
 #include "core/model/SizeFormatter.h"
-#include "tests/coordinator/CliProgram.h"
+#include "tests/coordinator/CliSession.h"
 #include "tests/rclone/RcloneTestSupport.h"
 #include "tests/support/TemporaryTree.h"
 
@@ -14,21 +14,7 @@
 namespace brimvale::testing {
 namespace {
 
-struct Session {
-    RcloneSandbox sandbox;
-    TemporaryFolder home;
-    CliProgram cli{sandbox, home.path()};
-
-    ChildProcessResult run(std::vector<std::string> arguments, int status) const {
-        auto result = cli.run(std::move(arguments));
-        EXPECT_EQ(result.exitStatus, status) << result.standardOutput << result.standardError;
-        return result;
-    }
-    nlohmann::json json(std::vector<std::string> arguments) const {
-        arguments.push_back("--json");
-        return nlohmann::json::parse(run(std::move(arguments), 0).standardOutput);
-    }
-};
+using Session = CliSession;
 
 std::int64_t allocated(const TemporaryTree& tree, const std::string& relative) {
     struct stat info {};

@@ -34,7 +34,7 @@ TEST(SavedScanNamesEndToEnd, ALongFolderPathIsSavedReopenedAndClearedWithItsAcco
     ASSERT_EQ(again.exitStatus, 0) << again.standardError;
     EXPECT_NE(again.standardOutput.find("cached just now"), std::string::npos)
         << again.standardOutput;
-    const auto savedFile = cli.cacheFile("x").parent_path() /
+    const auto savedFile = cli.cacheDirectory() /
                            ScanCache::fileNameFor(LocalScanCacheStem::stem("localdisk", folder));
     ASSERT_TRUE(std::filesystem::exists(savedFile)) << savedFile;
 
