@@ -124,6 +124,11 @@ FileBytes readFileBytes(const std::string& path) {
 }
 
 void writeFileAtomically(const std::string& path, std::span<const std::uint8_t> data, mode_t mode) {
+    writeFileAtomically(path, mode, [&](const FileAppender& append) { append(data); });
+}
+
+void writeFileAtomically(const std::string& path, mode_t mode,
+                         const std::function<void(const FileAppender&)>& produce) {
     const std::string folder = folderOf(path);
     std::string temporaryPath;
     UniqueFd file = createLockedTemporaryFile(folder, temporaryPath);
@@ -131,7 +136,8 @@ void writeFileAtomically(const std::string& path, std::span<const std::uint8_t> 
         if (::fchmod(file.get(), mode) != 0) {
             throwLastError("cannot set the permissions of " + temporaryPath);
         }
-        writeAll(file.get(), data, path);
+        const int descriptor = file.get();
+        produce([&](std::span<const std::uint8_t> bytes) { writeAll(descriptor, bytes, path); });
         if (::fsync(file.get()) != 0) {
             throwLastError("cannot flush " + path);
         }

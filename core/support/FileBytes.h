@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <span>
 #include <string>
 #include <sys/types.h>
@@ -27,6 +28,15 @@ FileBytes readFileBytes(const std::string& path);
 // close to the file-name limit can still be written), locked (flock) while it is written.
 void writeFileAtomically(const std::string& path, std::span<const std::uint8_t> data,
                          mode_t mode = 0600);
+
+// Appends bytes to the file being written; throws std::system_error when they cannot be written.
+using FileAppender = std::function<void(std::span<const std::uint8_t>)>;
+
+// As above, for content made while it is written: `produce` hands the file's bytes to the
+// appender, in order and in as many calls as it likes. An exception from `produce` is a failure
+// like any other: the previous file stays, and the exception goes on to the caller.
+void writeFileAtomically(const std::string& path, mode_t mode,
+                         const std::function<void(const FileAppender&)>& produce);
 
 // Removes from `folder` the temporary files of writeFileAtomically calls that never finished (a
 // killed process): only files named as it names them, and only those no live writer holds

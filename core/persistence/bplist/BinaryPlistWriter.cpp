@@ -5,6 +5,8 @@
 #include "core/persistence/bplist/LargeAllocation.h"
 #include "core/persistence/bplist/PlistText.h"
 
+#include <algorithm>
+#include <array>
 #include <bit>
 #include <cstring>
 #include <stdexcept>
@@ -61,33 +63,43 @@ struct EntryPlan {
     std::uint64_t trueObject = 0;
 };
 
-// Writes objects in object order, recording each one's offset in the offset table.
+// Writes objects in object order, recording each one's offset in the offset table, into
+// pieces of the file that go to the sink as they fill up.
 class Output {
 public:
-    Output(std::uint8_t* base, std::size_t tableOffset, unsigned offsetSize, unsigned refSize)
-        : base_(base)
-        , out_(base)
-        , table_(base + tableOffset)
+    Output(const BinaryPlistWriter::PieceSink& sink, std::size_t pieceBytes,
+           std::uint64_t objectCount, unsigned offsetSize, unsigned refSize)
+        : sink_(sink)
+        , pieceBytes_(std::max<std::size_t>(pieceBytes, 64))
+        , table_(objectCount * offsetSize)
         , offsetSize_(offsetSize)
-        , refSize_(refSize) {}
+        , refSize_(refSize) {
+        startPiece(std::vector<std::uint8_t>(), 0);
+    }
 
-    std::uint8_t* position() const { return out_; }
+    std::uint64_t offset() const { return flushed_ + static_cast<std::uint64_t>(out_ - begin_); }
     std::uint64_t objectsWritten() const { return next_; }
+    std::span<const std::uint8_t> offsetTable() const { return table_; }
 
     void bytes(const void* data, std::size_t size) {
-        // An empty column has no buffer: memcpy may not be given its null pointer, even for 0.
-        if (size == 0) {
-            return;
+        const auto* from = static_cast<const std::uint8_t*>(data);
+        while (size > 0) {
+            if (out_ == end_) {
+                spill(1);
+            }
+            const std::size_t part = std::min(size, static_cast<std::size_t>(end_ - out_));
+            std::memcpy(out_, from, part);
+            out_ += part;
+            from += part;
+            size -= part;
         }
-        std::memcpy(out_, data, size);
-        out_ += size;
     }
     void beginObject() {
-        storeBigEndian(table_ + next_ * offsetSize_, static_cast<std::uint64_t>(out_ - base_),
-                       offsetSize_);
+        storeBigEndian(table_.data() + next_ * offsetSize_, offset(), offsetSize_);
         ++next_;
     }
     void counted(std::uint8_t type, std::uint64_t count) {
+        ensure(10);
         if (count < kCountFollows) {
             *out_++ = static_cast<std::uint8_t>(type | count);
             return;
@@ -99,15 +111,18 @@ public:
         out_ += width;
     }
     void ref(std::uint64_t object) {
+        ensure(8);
         storeBigEndian(out_, object, refSize_);
         out_ += refSize_;
     }
     void marker(std::uint8_t marker) {
         beginObject();
+        ensure(1);
         *out_++ = marker;
     }
     void integer(std::int64_t value) {
         beginObject();
+        ensure(9);
         const auto bits = static_cast<std::uint64_t>(value);
         const unsigned width = value < 0 ? 8 : unsignedWidth(bits);
         *out_++ = integerMarker(width);
@@ -116,6 +131,7 @@ public:
     }
     void real(double value) {
         beginObject();
+        ensure(9);
         *out_++ = kTypeReal | 3;
         storeBigEndian(out_, std::bit_cast<std::uint64_t>(value), 8);
         out_ += 8;
@@ -129,14 +145,50 @@ public:
         }
         const std::size_t units = utf16Length(text);
         counted(kTypeUtf16, units);
+        ensure(2 * units);
         writeUtf16BigEndian(text, out_);
         out_ += 2 * units;
     }
+    // Hands the last piece to the sink.
+    void finish() {
+        piece_.resize(static_cast<std::size_t>(out_ - begin_));
+        sink_(std::move(piece_));
+    }
 
 private:
-    std::uint8_t* base_;
-    std::uint8_t* out_;
-    std::uint8_t* table_;
+    void ensure(std::size_t size) {
+        if (static_cast<std::size_t>(end_ - out_) < size) {
+            spill(size);
+        }
+    }
+    // Hands the full piece on and continues in a fresh one of at least `size` bytes.
+    void spill(std::size_t size) {
+        const auto used = static_cast<std::size_t>(out_ - begin_);
+        piece_.resize(used);
+        startPiece(sink_(std::move(piece_)), used, size);
+    }
+    void startPiece(std::vector<std::uint8_t> piece, std::size_t previousBytes,
+                    std::size_t size = 0) {
+        flushed_ += previousBytes;
+        piece_ = std::move(piece);
+        const std::size_t bytes = std::max(pieceBytes_, size);
+        if (piece_.capacity() < bytes) {
+            reserveLarge(piece_, bytes);
+        }
+        piece_.resize(bytes);
+        begin_ = piece_.data();
+        out_ = begin_;
+        end_ = begin_ + piece_.size();
+    }
+
+    const BinaryPlistWriter::PieceSink& sink_;
+    std::size_t pieceBytes_;
+    std::vector<std::uint8_t> piece_;
+    std::uint8_t* begin_ = nullptr;
+    std::uint8_t* out_ = nullptr;
+    std::uint8_t* end_ = nullptr;
+    std::uint64_t flushed_ = 0;
+    std::vector<std::uint8_t> table_;
     unsigned offsetSize_;
     unsigned refSize_;
     std::uint64_t next_ = 0;
@@ -322,6 +374,18 @@ void BinaryPlistWriter::addRealColumn(std::string_view key, std::span<const doub
 }
 
 std::vector<std::uint8_t> BinaryPlistWriter::write() const {
+    std::vector<std::uint8_t> file;
+    // One piece of the file's exact size: the sink sees the whole file once, at the end.
+    write(
+        [&file](std::vector<std::uint8_t>&& piece) {
+            file = std::move(piece);
+            return std::vector<std::uint8_t>();
+        },
+        0);
+    return file;
+}
+
+void BinaryPlistWriter::write(const PieceSink& sink, std::size_t pieceBytes) const {
     // Objects: the dictionary, its keys, then each entry's value objects.
     const std::uint64_t keyCount = entries_.size();
     std::uint64_t objectCount = 1 + keyCount;
@@ -342,10 +406,7 @@ std::vector<std::uint8_t> BinaryPlistWriter::write() const {
     const unsigned offsetSize = widthForCount(tableOffset);
     const std::size_t fileSize = tableOffset + objectCount * offsetSize + kTrailerSize;
 
-    std::vector<std::uint8_t> file;
-    reserveLarge(file, fileSize);
-    file.resize(fileSize);
-    Output out(file.data(), tableOffset, offsetSize, refSize);
+    Output out(sink, pieceBytes == 0 ? fileSize : pieceBytes, objectCount, offsetSize, refSize);
     out.bytes(kMagic.data(), kHeaderSize);
 
     out.beginObject();
@@ -362,18 +423,20 @@ std::vector<std::uint8_t> BinaryPlistWriter::write() const {
     for (std::size_t e = 0; e < entries_.size(); ++e) {
         writeObjects(entries_[e].value, plans[e], out);
     }
-    if (out.position() != file.data() + tableOffset || out.objectsWritten() != objectCount) {
+    if (out.offset() != tableOffset || out.objectsWritten() != objectCount) {
         throw std::logic_error("binary property list writer: planned and written sizes differ");
     }
+    out.bytes(out.offsetTable().data(), out.offsetTable().size());
 
     // Trailer: 5 unused bytes, sort version 0, then the sizes and positions.
-    std::uint8_t* trailer = file.data() + fileSize - kTrailerSize;
+    std::array<std::uint8_t, kTrailerSize> trailer{};
     trailer[6] = static_cast<std::uint8_t>(offsetSize);
     trailer[7] = static_cast<std::uint8_t>(refSize);
-    storeBigEndian(trailer + 8, objectCount, 8);
-    storeBigEndian(trailer + 16, 0, 8);
-    storeBigEndian(trailer + 24, tableOffset, 8);
-    return file;
+    storeBigEndian(trailer.data() + 8, objectCount, 8);
+    storeBigEndian(trailer.data() + 16, 0, 8);
+    storeBigEndian(trailer.data() + 24, tableOffset, 8);
+    out.bytes(trailer.data(), trailer.size());
+    out.finish();
 }
 
 } // namespace brimvale

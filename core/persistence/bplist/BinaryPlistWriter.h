@@ -26,6 +26,7 @@
 #include "core/persistence/bplist/StringColumn.h"
 
 #include <cstdint>
+#include <functional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -65,8 +66,16 @@ public:
     void addInt64Column(std::string_view key, std::span<const std::int64_t> values);
     void addRealColumn(std::string_view key, std::span<const double> values);
 
+    // Receives the file in order, one filled piece at a time, and returns the buffer to fill next
+    // (empty, or a piece handed over earlier, whose memory is then used again).
+    using PieceSink = std::function<std::vector<std::uint8_t>(std::vector<std::uint8_t>&&)>;
+
     // The whole file. Throws std::length_error for a string column of 2^32 - 1 elements or more.
     std::vector<std::uint8_t> write() const;
+    // The file in pieces of `pieceBytes` (a piece holding a long string may be longer); the last
+    // one may be shorter. Sizes are planned before the first piece, so errors of the data throw
+    // before the sink sees any byte. 0 means one piece of the file's size.
+    void write(const PieceSink& sink, std::size_t pieceBytes) const;
 
 private:
     struct Entry {

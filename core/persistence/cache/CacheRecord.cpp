@@ -6,6 +6,7 @@
 #include "core/persistence/bplist/BinaryPlistWriter.h"
 #include "core/persistence/cache/LegacyCacheReader.h"
 #include "core/persistence/lzfse/Lzfse.h"
+#include "core/persistence/lzfse/LzfseStreamCompressor.h"
 #include "core/support/CorruptDataError.h"
 
 #include <algorithm>
@@ -36,28 +37,40 @@ std::size_t savedFileDecompressionLimit(std::size_t compressedSize) {
     return std::max(kFloor, compressedSize * 512);
 }
 
+namespace {
+
+// Pieces of the property list compressed on their own: large enough that cutting the stream
+// costs next to no ratio, small enough that both cores get work early.
+constexpr std::size_t kRecordPieceBytes = std::size_t{1} << 20;
+
+BinaryPlistWriter recordWriter(const CacheSnapshot& snapshot, std::string_view key) {
+    BinaryPlistWriter writer;
+    writer.addInteger("v", kRecordVersion);
+    writer.addString("rp", snapshot.rootPath);
+    writer.addString("rn", snapshot.rootName);
+    writer.addStringColumn("nm", snapshot.names);
+    writer.addInt32Column("pr", snapshot.parents);
+    writer.addBooleanColumn("di", snapshot.isDirs);
+    writer.addInt64Column("sz", snapshot.sizes);
+    writer.addRealColumn("mt", snapshot.modTimes);
+    writer.addStringColumn("pi", snapshot.pids);
+    writer.addStringColumn("mi", snapshot.mimes);
+    if (snapshot.partial) {
+        writer.addInteger("pa", 1);
+    }
+    if (!key.empty()) {
+        writer.addString("ky", key);
+    }
+    return writer;
+}
+
+} // namespace
+
 std::optional<std::vector<std::uint8_t>> encodeCacheSnapshot(const CacheSnapshot& snapshot,
                                                              std::string_view key) {
     std::vector<std::uint8_t> propertyList;
     try {
-        BinaryPlistWriter writer;
-        writer.addInteger("v", kRecordVersion);
-        writer.addString("rp", snapshot.rootPath);
-        writer.addString("rn", snapshot.rootName);
-        writer.addStringColumn("nm", snapshot.names);
-        writer.addInt32Column("pr", snapshot.parents);
-        writer.addBooleanColumn("di", snapshot.isDirs);
-        writer.addInt64Column("sz", snapshot.sizes);
-        writer.addRealColumn("mt", snapshot.modTimes);
-        writer.addStringColumn("pi", snapshot.pids);
-        writer.addStringColumn("mi", snapshot.mimes);
-        if (snapshot.partial) {
-            writer.addInteger("pa", 1);
-        }
-        if (!key.empty()) {
-            writer.addString("ky", key);
-        }
-        propertyList = writer.write();
+        propertyList = recordWriter(snapshot, key).write();
     } catch (const std::exception&) {
         return std::nullopt;
     }
@@ -66,6 +79,33 @@ std::optional<std::vector<std::uint8_t>> encodeCacheSnapshot(const CacheSnapshot
     } catch (const std::exception&) {
         return propertyList;
     }
+}
+
+void writeCacheSnapshot(const CacheSnapshot& snapshot, std::string_view key,
+                        const std::function<void(std::span<const std::uint8_t>)>& sink) {
+    std::optional<BinaryPlistWriter> writer;
+    try {
+        writer.emplace(recordWriter(snapshot, key));
+    } catch (const std::exception&) {
+        throw CacheEncodingError();
+    }
+    LzfseStreamCompressor compressor(sink);
+    bool started = false;
+    try {
+        writer->write(
+            [&](std::vector<std::uint8_t>&& piece) {
+                started = true;
+                compressor.compress(std::move(piece));
+                return compressor.emptyPiece();
+            },
+            kRecordPieceBytes);
+    } catch (const std::length_error&) {
+        if (!started) {
+            throw CacheEncodingError();
+        }
+        throw;
+    }
+    compressor.finish();
 }
 
 StoredRecord readStoredRecord(std::span<const std::uint8_t> data) {

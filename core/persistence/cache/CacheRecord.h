@@ -8,6 +8,7 @@
 #include <functional>
 #include <optional>
 #include <span>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -21,6 +22,20 @@ namespace brimvale {
 // cannot be made. Readers that know only the ten keys ignore pa and ky.
 std::optional<std::vector<std::uint8_t>> encodeCacheSnapshot(const CacheSnapshot& snapshot,
                                                              std::string_view key = {});
+
+// Thrown by writeCacheSnapshot when the snapshot cannot be made into a property list (before any
+// byte reaches the sink).
+struct CacheEncodingError : std::runtime_error {
+    CacheEncodingError()
+        : std::runtime_error("the scan could not be encoded") {}
+};
+
+// The same record, compressed, handed to `sink` in order as it is made: encoding and compression
+// run side by side on pieces of the property list, so memory stays at a few pieces however large
+// the tree, and the file's bytes start flowing long before the last node is encoded. Exceptions
+// from the sink go on to the caller.
+void writeCacheSnapshot(const CacheSnapshot& snapshot, std::string_view key,
+                        const std::function<void(std::span<const std::uint8_t>)>& sink);
 
 // How far a saved file of `compressedSize` bytes may decompress: several times its size, so a
 // small hostile file cannot ask for unbounded memory while real trees of many millions fit.

@@ -112,6 +112,11 @@ std::string ScanCache::pathFor(std::string_view stem, std::string_view suffix) c
 
 std::optional<std::string> ScanCache::write(std::span<const std::uint8_t> data,
                                             std::string_view stem) {
+    return write(stem, [&](const FileAppender& append) { append(data); });
+}
+
+std::optional<std::string>
+ScanCache::write(std::string_view stem, const std::function<void(const FileAppender&)>& produce) {
     std::lock_guard lock(mutex_);
     const std::string fileName = fileNameFor(stem);
     try {
@@ -120,8 +125,14 @@ std::optional<std::string> ScanCache::write(std::span<const std::uint8_t> data,
                                     "\"" + std::string(stem) + "\" is not a valid cache name");
         }
         makeDirectories(directory_);
-        writeFileAtomically(pathFor(stem, kCurrentSuffix), data, 0600);
-        logLocked("Saved " + std::to_string(data.size()) + " bytes \u2192 " + fileName);
+        std::uint64_t written = 0;
+        writeFileAtomically(pathFor(stem, kCurrentSuffix), 0600, [&](const FileAppender& append) {
+            produce([&](std::span<const std::uint8_t> bytes) {
+                append(bytes);
+                written += bytes.size();
+            });
+        });
+        logLocked("Saved " + std::to_string(written) + " bytes \u2192 " + fileName);
         return std::nullopt;
     } catch (const std::exception& error) {
         logLocked(std::string("Save failed: ") + error.what());

@@ -1,8 +1,10 @@
 #pragma once
 
 #include "core/model/Date.h"
+#include "core/support/FileBytes.h"
 
 #include <cstdint>
+#include <functional>
 #include <mutex>
 #include <optional>
 #include <span>
@@ -41,6 +43,10 @@ public:
     // is logged ("Save failed: …") and returned as its reason, never thrown: the previous file
     // stays.
     std::optional<std::string> write(std::span<const std::uint8_t> data, std::string_view stem);
+    // The same for a file made while it is written: `produce` hands its bytes over in order (see
+    // writeFileAtomically); its exceptions are failures, and their messages what is returned.
+    std::optional<std::string> write(std::string_view stem,
+                                     const std::function<void(const FileAppender&)>& produce);
     // The key's .cache file, else its .json one: the first that can be read (a regular file),
     // with its modification time. A file under a hashed stem counts as none unless it can be
     // read and its stored key is this one (two keys may share a stem); its bytes are then the

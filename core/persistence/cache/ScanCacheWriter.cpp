@@ -115,12 +115,9 @@ void ScanCacheWriter::run() {
         writing_ = stem;
         busy_ = true;
         lock.unlock();
-        std::optional<std::string> failed;
-        if (auto bytes = encodeCacheSnapshot(*job.mapped().snapshot, stem)) {
-            failed = cache_->write(*bytes, stem);
-        } else {
-            failed = "the scan could not be encoded";
-        }
+        const CacheSnapshot& snapshot = *job.mapped().snapshot;
+        const std::optional<std::string> failed = cache_->write(
+            stem, [&](const FileAppender& append) { writeCacheSnapshot(snapshot, stem, append); });
         ScanDiagnostics::log(job.mapped().why + (failed ? " not saved stem=" : " saved stem=") +
                              stem + " nodes=" + std::to_string(job.mapped().snapshot->nodeCount()));
         if (!failed && job.mapped().history && !job.mapped().snapshot->partial) {

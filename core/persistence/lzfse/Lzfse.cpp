@@ -6,6 +6,7 @@
 #include "core/persistence/lzfse/LzfseEncoder.h"
 #include "core/persistence/lzfse/LzfseErrors.h"
 #include "core/persistence/lzfse/LzfseFormat.h"
+#include "core/persistence/lzfse/LzfseSegment.h"
 #include "core/persistence/lzfse/LzvnDecoder.h"
 #include "core/persistence/lzfse/LzvnEncoder.h"
 #include "core/persistence/lzfse/RawBlock.h"
@@ -37,7 +38,10 @@ constexpr std::size_t kSegmentSize = std::size_t{1} << 30;
 constexpr std::size_t kParallelPieceMinSize = std::size_t{1} << 20;
 constexpr unsigned kMaxCompressionThreads = 4;
 
-void appendSegment(std::span<const std::uint8_t> segment, std::vector<std::uint8_t>& out) {
+} // namespace
+
+void lzfse::appendCompressedSegment(std::span<const std::uint8_t> segment,
+                                    std::vector<std::uint8_t>& out) {
     if (segment.size() < kLzvnMinInput) {
         appendRawBlock(segment, out);
         return;
@@ -64,6 +68,8 @@ void appendSegment(std::span<const std::uint8_t> segment, std::vector<std::uint8
         appendRawBlock(segment, out);
     }
 }
+
+namespace {
 
 // Total output the blocks of a stream announce in their headers, where their payloads can
 // produce that much; the walk stops at the end-of-stream marker or at the first block that is
@@ -131,11 +137,12 @@ std::vector<std::uint8_t> lzfseCompress(std::span<const std::uint8_t> input) {
         for (unsigned piece = 1; piece < pieces; ++piece) {
             workers.emplace_back([&, piece] {
                 const std::size_t offset = piece * pieceSize;
-                appendSegment(input.subspan(offset, std::min(pieceSize, input.size() - offset)),
-                              compressed[piece]);
+                appendCompressedSegment(
+                    input.subspan(offset, std::min(pieceSize, input.size() - offset)),
+                    compressed[piece]);
             });
         }
-        appendSegment(input.first(pieceSize), out);
+        appendCompressedSegment(input.first(pieceSize), out);
         for (auto& worker : workers) {
             worker.join();
         }
@@ -144,8 +151,8 @@ std::vector<std::uint8_t> lzfseCompress(std::span<const std::uint8_t> input) {
         }
     } else {
         for (std::size_t offset = 0; offset < input.size(); offset += kSegmentSize) {
-            appendSegment(input.subspan(offset, std::min(kSegmentSize, input.size() - offset)),
-                          out);
+            appendCompressedSegment(
+                input.subspan(offset, std::min(kSegmentSize, input.size() - offset)), out);
         }
     }
     const std::size_t end = out.size();

@@ -161,7 +161,23 @@ struct Record {
     std::vector<std::string> pathInfo;
     std::vector<std::string> mountInfo;
 
-    Bytes write(BinaryPlistWriter::Options options = {}) const {
+    Bytes write(BinaryPlistWriter::Options options = {}) const { return writer(options).write(); }
+
+    // The file through the piece sink, each piece's buffer handed back to be filled again.
+    Bytes writeInPieces(std::size_t pieceBytes, std::size_t& pieces) const {
+        Bytes joined;
+        pieces = 0;
+        writer({}).write(
+            [&](Bytes&& piece) {
+                ++pieces;
+                joined.insert(joined.end(), piece.begin(), piece.end());
+                return std::move(piece);
+            },
+            pieceBytes);
+        return joined;
+    }
+
+    BinaryPlistWriter writer(BinaryPlistWriter::Options options) const {
         BinaryPlistWriter writer(options);
         writer.addInteger("v", version);
         writer.addString("rp", rootPath);
@@ -173,7 +189,7 @@ struct Record {
         writer.addRealColumn("mt", modified);
         writer.addStringColumn("pi", pathInfo);
         writer.addStringColumn("mi", mountInfo);
-        return writer.write();
+        return writer;
     }
 };
 
@@ -286,6 +302,38 @@ TEST(BinaryPlistWriter, CacheRecordReadsBackIdenticallyInLibplistAndOurReader) {
         expectLibplistReads(file, record);
         expectOurReaderReads(file, record);
     }
+}
+
+// Written in pieces, with strings longer than a piece and buffers used again, the file is the one
+// written whole.
+TEST(BinaryPlistWriter, PiecesJoinToTheWholeFile) {
+    Record record = sampleRecord();
+    std::string longName;
+    for (int i = 0; i < 300; ++i) {
+        longName += "\xC3\xA9";
+    }
+    record.names.push_back(longName);
+    record.names.push_back(std::string(5000, 'x'));
+    for (auto* column : {&record.pathInfo, &record.mountInfo}) {
+        column->resize(record.names.size());
+    }
+    record.parents.resize(record.names.size(), 0);
+    record.isDirectory.resize(record.names.size(), 0);
+    record.sizes.resize(record.names.size(), 7);
+    record.modified.resize(record.names.size(), 1.5);
+    const Bytes whole = record.write();
+    for (const std::size_t pieceBytes :
+         {std::size_t{1}, std::size_t{64}, std::size_t{1000}, whole.size(), std::size_t{0}}) {
+        std::size_t pieces = 0;
+        EXPECT_EQ(record.writeInPieces(pieceBytes, pieces), whole) << pieceBytes;
+        if (pieceBytes == 64) {
+            EXPECT_GT(pieces, whole.size() / 64 / 2);
+        }
+        if (pieceBytes == 0) {
+            EXPECT_EQ(pieces, 1u);
+        }
+    }
+    expectOurReaderReads(whole, record);
 }
 
 TEST(BinaryPlistWriter, NamesThatAreNotUtf8ReadBackByteForByte) {

@@ -97,6 +97,27 @@ TEST_F(ScanCacheTest, AFailedWriteKeepsThePreviousFileAndLeavesNothingBehind) {
     EXPECT_FALSE(cache_.loadData("../escape")) << "a record without its key is not trusted";
 }
 
+// A file made while it is written lands whole or not at all.
+TEST_F(ScanCacheTest, AStreamedWriteThatFailsMidwayKeepsThePreviousFile) {
+    ASSERT_FALSE(cache_.write(bytesOf("good old tree"), "acct"));
+    const auto failed = cache_.write("acct", [](const FileAppender& append) {
+        append(std::vector<std::uint8_t>(300'000, 'n'));
+        throw std::runtime_error("the encoder gave up");
+    });
+    ASSERT_TRUE(failed);
+    EXPECT_EQ(*failed, "the encoder gave up");
+    EXPECT_EQ(readFile(directory_ + "/acct.cache"), "good old tree");
+    EXPECT_EQ(directoryEntries(directory_), (std::vector<std::string>{"acct.cache", "cache.log"}));
+
+    EXPECT_FALSE(cache_.write("acct", [](const FileAppender& append) {
+        append(bytesOf("new "));
+        append({});
+        append(bytesOf("tree"));
+    }));
+    EXPECT_EQ(readFile(directory_ + "/acct.cache"), "new tree");
+    EXPECT_NE(readFile(cache_.logPath()).find("Saved 8 bytes"), std::string::npos);
+}
+
 TEST_F(ScanCacheTest, LoadPrefersTheCurrentFormatAndFallsBackToLegacy) {
     EXPECT_FALSE(cache_.loadData("none"));
     EXPECT_FALSE(cache_.cacheDate("none"));
