@@ -1,9 +1,11 @@
 #include "core/model/FileNode.h"
 
+#include "core/model/FolderShares.h"
 #include "tests/support/TreeBuilders.h"
 
 #include <gtest/gtest.h>
 
+#include <random>
 #include <set>
 #include <string>
 #include <vector>
@@ -260,6 +262,71 @@ TEST(FileNode, DeepChainsDoNotOverflowTheStackInAnyPass) {
     }
     EXPECT_EQ(chain->subtreeNodeCount(), kDepth + 1);
     chain.reset();
+}
+
+// The same tree every time for a seed: folders of random width and depth, one deep chain, equal
+// sizes under different names, folder sizes already the sums.
+FileNodeRef randomTree(std::uint32_t seed) {
+    std::mt19937 random(seed);
+    auto root = folder("root", {});
+    std::vector<FileNode*> folders{root.get()};
+    for (int i = 0; i < 30'000; ++i) {
+        FileNode* parent = folders[random() % folders.size()];
+        const std::string name = "n" + std::to_string(random() % 500);
+        if (random() % 8 == 0) {
+            auto child = folder(name, {});
+            folders.push_back(child.get());
+            parent->mutableChildren().push_back(std::move(child));
+        } else {
+            parent->mutableChildren().push_back(
+                file(name, static_cast<std::int64_t>(random() % 50)));
+        }
+    }
+    FileNode* tip = folders[1];
+    for (int level = 0; level < 20'000; ++level) {
+        auto next = folder("d", {});
+        FileNode* raw = next.get();
+        tip->mutableChildren().push_back(std::move(next));
+        tip = raw;
+    }
+    tip->mutableChildren().push_back(file("end", 9));
+    root->relinkDescendantParentPointers();
+    root->propagateSizes();
+    return root;
+}
+
+std::vector<std::tuple<std::string, std::int64_t, double>> preOrder(const FileNode& root) {
+    std::vector<std::tuple<std::string, std::int64_t, double>> order;
+    std::vector<const FileNode*> stack{&root};
+    while (!stack.empty()) {
+        const FileNode* node = stack.back();
+        stack.pop_back();
+        order.emplace_back(node->name(), node->size(), node->fractionOfParent());
+        for (auto it = node->children().rbegin(); it != node->children().rend(); ++it) {
+            stack.push_back(it->get());
+        }
+    }
+    return order;
+}
+
+// Shared out among threads by subtrees, a large tree gets the shares and order of the
+// one-folder-at-a-time passes; small trees and single folders too.
+TEST(FileNode, EveryFolderRebalancedAndSortedMatchesTheSequentialPasses) {
+    for (const std::uint32_t seed : {1u, 2u}) {
+        const auto parallel = randomTree(seed);
+        const auto sequential = randomTree(seed);
+        rebalanceAndSortEveryFolder(*parallel);
+        sequential->sortChildren();
+        EXPECT_EQ(preOrder(*parallel), preOrder(*sequential));
+    }
+    auto small = folder("s", {file("b", 1), file("a", 1), file("c", 3)});
+    small->propagateSizes();
+    rebalanceAndSortEveryFolder(*small);
+    EXPECT_EQ(childNames(*small), (std::vector<std::string>{"c", "a", "b"}));
+    EXPECT_DOUBLE_EQ(small->children()[0]->fractionOfParent(), 0.6);
+    auto empty = folder("e", {});
+    rebalanceAndSortEveryFolder(*empty);
+    EXPECT_TRUE(empty->children().empty());
 }
 
 TEST(FileNode, DisplayKindFromMimeType) {
