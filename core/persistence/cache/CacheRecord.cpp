@@ -68,40 +68,33 @@ BinaryPlistWriter recordWriter(const CacheSnapshot& snapshot, std::string_view k
 
 std::optional<std::vector<std::uint8_t>> encodeCacheSnapshot(const CacheSnapshot& snapshot,
                                                              std::string_view key) {
-    std::vector<std::uint8_t> propertyList;
+    std::vector<std::uint8_t> file;
     try {
-        propertyList = recordWriter(snapshot, key).write();
+        writeCacheSnapshot(snapshot, key, [&file](std::span<const std::uint8_t> bytes) {
+            file.insert(file.end(), bytes.begin(), bytes.end());
+        });
     } catch (const std::exception&) {
         return std::nullopt;
     }
-    try {
-        return lzfseCompress(propertyList);
-    } catch (const std::exception&) {
-        return propertyList;
-    }
+    return file;
 }
 
 void writeCacheSnapshot(const CacheSnapshot& snapshot, std::string_view key,
                         const std::function<void(std::span<const std::uint8_t>)>& sink) {
-    std::optional<BinaryPlistWriter> writer;
-    try {
-        writer.emplace(recordWriter(snapshot, key));
-    } catch (const std::exception&) {
-        throw CacheEncodingError();
-    }
     LzfseStreamCompressor compressor(sink);
     bool started = false;
     try {
-        writer->write(
-            [&](std::vector<std::uint8_t>&& piece) {
-                started = true;
-                compressor.compress(std::move(piece));
-                return compressor.emptyPiece();
-            },
-            kRecordPieceBytes);
-    } catch (const std::length_error&) {
+        recordWriter(snapshot, key)
+            .write(
+                [&](std::vector<std::uint8_t>&& piece) {
+                    started = true;
+                    compressor.compress(std::move(piece));
+                    return compressor.emptyPiece();
+                },
+                kRecordPieceBytes);
+    } catch (const std::exception&) {
         if (!started) {
-            throw CacheEncodingError();
+            throw CacheEncodingError(); // the plan failed: nothing went out
         }
         throw;
     }

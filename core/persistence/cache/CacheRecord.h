@@ -18,8 +18,8 @@ namespace brimvale {
 // The bytes of a ".cache" file: the snapshot as a binary property list dictionary with the keys
 // v (2), rp, rn, nm, pr, di, sz, mt, pi, mi in that order, then pa (the integer 1) for a partial
 // tree only and ky (the saved scan's key, see SavedScanNames) when one is given, compressed with
-// LZFSE (or, should compression fail, the property list as it is). None when the property list
-// cannot be made. Readers that know only the ten keys ignore pa and ky.
+// LZFSE (writeCacheSnapshot, collected). None when the record cannot be made. Readers that know
+// only the ten keys ignore pa and ky.
 std::optional<std::vector<std::uint8_t>> encodeCacheSnapshot(const CacheSnapshot& snapshot,
                                                              std::string_view key = {});
 

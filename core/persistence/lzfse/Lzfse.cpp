@@ -7,6 +7,7 @@
 #include "core/persistence/lzfse/LzfseErrors.h"
 #include "core/persistence/lzfse/LzfseFormat.h"
 #include "core/persistence/lzfse/LzfseSegment.h"
+#include "core/persistence/lzfse/LzfseStreamCompressor.h"
 #include "core/persistence/lzfse/LzvnDecoder.h"
 #include "core/persistence/lzfse/LzvnEncoder.h"
 #include "core/persistence/lzfse/RawBlock.h"
@@ -16,7 +17,6 @@
 #include <cstdint>
 #include <cstdio>
 #include <memory>
-#include <thread>
 
 namespace brimvale {
 
@@ -31,12 +31,9 @@ constexpr std::size_t kLzfseMinInput = 4096;
 constexpr std::size_t kLzvnMinInput = 8;
 // Output memory set aside up front is at most this many times the stream's size.
 constexpr std::uint64_t kMaxReservedRatio = 64;
-// The match finder works on segments of at most this size (its positions are 32-bit).
-constexpr std::size_t kSegmentSize = std::size_t{1} << 30;
-// Large inputs are cut into this many bytes or more per core and compressed side by side; each
-// piece becomes blocks of its own, which costs a fraction of a percent of ratio at this size.
-constexpr std::size_t kParallelPieceMinSize = std::size_t{1} << 20;
-constexpr unsigned kMaxCompressionThreads = 4;
+// Inputs of twice this size or more are cut into pieces of this size, compressed side by side by
+// LzfseStreamCompressor; each piece is blocks of its own, which costs no measurable ratio.
+constexpr std::size_t kParallelPieceSize = std::size_t{1} << 20;
 
 } // namespace
 
@@ -124,40 +121,28 @@ std::string hex32(std::uint32_t value) {
 std::vector<std::uint8_t> lzfseCompress(std::span<const std::uint8_t> input) {
     std::vector<std::uint8_t> out;
     out.reserve(input.size() / 4 + 64);
-    if (input.empty()) {
-        appendRawBlock(input, out);
+    if (input.size() < 2 * kParallelPieceSize) {
+        if (input.empty()) {
+            appendRawBlock(input, out);
+        } else {
+            appendCompressedSegment(input, out);
+        }
+        const std::size_t end = out.size();
+        out.resize(end + 4);
+        storeLe32(out.data() + end, kEndOfStreamMagic);
+        return out;
     }
-    const unsigned pieces = static_cast<unsigned>(std::min<std::size_t>(
-        {std::max(1u, std::thread::hardware_concurrency()), kMaxCompressionThreads,
-         std::max<std::size_t>(1, input.size() / kParallelPieceMinSize)}));
-    if (pieces > 1 && input.size() <= kSegmentSize) {
-        const std::size_t pieceSize = (input.size() + pieces - 1) / pieces;
-        std::vector<std::vector<std::uint8_t>> compressed(pieces);
-        std::vector<std::thread> workers;
-        for (unsigned piece = 1; piece < pieces; ++piece) {
-            workers.emplace_back([&, piece] {
-                const std::size_t offset = piece * pieceSize;
-                appendCompressedSegment(
-                    input.subspan(offset, std::min(pieceSize, input.size() - offset)),
-                    compressed[piece]);
-            });
-        }
-        appendCompressedSegment(input.first(pieceSize), out);
-        for (auto& worker : workers) {
-            worker.join();
-        }
-        for (unsigned piece = 1; piece < pieces; ++piece) {
-            out.insert(out.end(), compressed[piece].begin(), compressed[piece].end());
-        }
-    } else {
-        for (std::size_t offset = 0; offset < input.size(); offset += kSegmentSize) {
-            appendCompressedSegment(
-                input.subspan(offset, std::min(kSegmentSize, input.size() - offset)), out);
-        }
+    LzfseStreamCompressor compressor([&out](std::span<const std::uint8_t> bytes) {
+        out.insert(out.end(), bytes.begin(), bytes.end());
+    });
+    for (std::size_t offset = 0; offset < input.size(); offset += kParallelPieceSize) {
+        const auto source =
+            input.subspan(offset, std::min(kParallelPieceSize, input.size() - offset));
+        std::vector<std::uint8_t> piece = compressor.emptyPiece();
+        piece.assign(source.begin(), source.end());
+        compressor.compress(std::move(piece));
     }
-    const std::size_t end = out.size();
-    out.resize(end + 4);
-    storeLe32(out.data() + end, kEndOfStreamMagic);
+    compressor.finish();
     return out;
 }
 

@@ -8,7 +8,7 @@
 // LZFSE compression of scan caches. Streams written here are standard LZFSE streams (LZFSE v2,
 // LZVN and raw blocks); the decoder reads every block kind an LZFSE stream may contain.
 // Both functions are pure: they may be called from any thread at the same time. Inputs of
-// 16 MiB and more are compressed in pieces on up to four threads.
+// 2 MiB and more are compressed in 1 MiB pieces on up to four threads (LzfseStreamCompressor).
 
 namespace brimvale {
 
