@@ -43,6 +43,22 @@ FileNodeRef sampleTree() {
     return root;
 }
 
+// The ten columns of a record written by hand, with version `version` and without compression.
+BinaryPlistWriter handWrittenRecord(const CacheSnapshot& snapshot, std::int64_t version) {
+    BinaryPlistWriter writer;
+    writer.addInteger("v", version);
+    writer.addString("rp", snapshot.rootPath);
+    writer.addString("rn", snapshot.rootName);
+    writer.addStringColumn("nm", snapshot.names);
+    writer.addInt32Column("pr", snapshot.parents);
+    writer.addBooleanColumn("di", snapshot.isDirs);
+    writer.addInt64Column("sz", snapshot.sizes);
+    writer.addRealColumn("mt", snapshot.modTimes);
+    writer.addStringColumn("pi", snapshot.pids);
+    writer.addStringColumn("mi", snapshot.mimes);
+    return writer;
+}
+
 TEST(CacheRecord, RoundTripKeepsEveryFieldAndRebuildsPathsOrderAndLinks) {
     const auto root = sampleTree();
     const auto snapshot = snapshotForCache(*root);
@@ -113,18 +129,7 @@ TEST(CacheRecord, LoneRootsPathsAndUncompressedRecords) {
                         .modTimes = {0, 0, 1.5},
                         .pids = {"", "", ""},
                         .mimes = {"", "", ""}};
-    BinaryPlistWriter writer;
-    writer.addInteger("v", 7); // any version is read
-    writer.addString("rp", plain.rootPath);
-    writer.addString("rn", plain.rootName);
-    writer.addStringColumn("nm", plain.names);
-    writer.addInt32Column("pr", plain.parents);
-    writer.addBooleanColumn("di", plain.isDirs);
-    writer.addInt64Column("sz", plain.sizes);
-    writer.addRealColumn("mt", plain.modTimes);
-    writer.addStringColumn("pi", plain.pids);
-    writer.addStringColumn("mi", plain.mimes);
-    const auto propertyList = writer.write();
+    const auto propertyList = handWrittenRecord(plain, 7).write(); // any version is read
     auto fromPlain = decodeCacheNode(propertyList);
     ASSERT_TRUE(fromPlain);
     const auto& b = (*fromPlain)->children()[0]->children()[0];
@@ -142,17 +147,7 @@ TEST(CacheRecord, LoneRootsPathsAndUncompressedRecords) {
     EXPECT_EQ(partial->root->size(), 3'500'012);
     EXPECT_FALSE(decodeCacheRecord(*encodeCacheSnapshot(snapshotForCache(*sampleTree())))->partial);
     for (const bool asText : {true, false}) {
-        BinaryPlistWriter marked;
-        marked.addInteger("v", 2);
-        marked.addString("rp", plain.rootPath);
-        marked.addString("rn", plain.rootName);
-        marked.addStringColumn("nm", plain.names);
-        marked.addInt32Column("pr", plain.parents);
-        marked.addBooleanColumn("di", plain.isDirs);
-        marked.addInt64Column("sz", plain.sizes);
-        marked.addRealColumn("mt", plain.modTimes);
-        marked.addStringColumn("pi", plain.pids);
-        marked.addStringColumn("mi", plain.mimes);
+        BinaryPlistWriter marked = handWrittenRecord(plain, 2);
         if (asText) {
             marked.addString("pa", "1");
         } else {
