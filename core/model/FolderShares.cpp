@@ -8,7 +8,8 @@
 namespace brimvale {
 namespace {
 
-// Below this many items seen in the top levels, threads cost more than they save.
+// Levels are taken one by one from the top until this many items were seen: below it, threads
+// cost more than they save (and a tree that ends before it never starts one).
 constexpr std::size_t kParallelMinimumItems = 4096;
 // Subtrees per thread to share out, so that one deep subtree does not leave the others idle.
 constexpr std::size_t kSubtreesPerThread = 16;
@@ -43,7 +44,8 @@ void rebalanceAndSortEveryFolder(FileNode& root) {
     // Level by level from the top until there are enough subtrees to share out.
     std::vector<FileNode*> level{&root};
     std::size_t itemsSeen = 0;
-    while (!level.empty() && level.size() < threads * kSubtreesPerThread) {
+    while (!level.empty() &&
+           (level.size() < threads * kSubtreesPerThread || itemsSeen < kParallelMinimumItems)) {
         std::vector<FileNode*> next;
         for (FileNode* folder : level) {
             rebalanceAndSort(*folder);

@@ -45,6 +45,16 @@ void StringColumn::assign(std::size_t count, std::string_view value) {
     }
 }
 
+void StringColumn::resizeForPlacing(std::size_t count, std::size_t textBytes) {
+    count_ = count;
+    text_.resize(textBytes);
+    if (textBytes > 0) {
+        ends_.resize(count);
+    } else {
+        ends_.clear();
+    }
+}
+
 std::vector<std::string> StringColumn::strings() const {
     std::vector<std::string> result;
     result.reserve(count_);

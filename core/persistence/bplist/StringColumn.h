@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <initializer_list>
 #include <span>
 #include <string>
@@ -25,6 +26,19 @@ public:
     void push_back(std::string_view value);
     void emplace_back(std::string_view value = {}) { push_back(value); }
     void assign(std::size_t count, std::string_view value);
+
+    // For filling a column out of order, from several threads at once: makes it `count` strings
+    // of `textBytes` bytes in all, each then given once by place(). String i must be placed at
+    // the text offset that is the sum of the sizes of strings 0 .. i-1.
+    void resizeForPlacing(std::size_t count, std::size_t textBytes);
+    void place(std::size_t index, std::size_t textOffset, std::string_view value) {
+        if (!value.empty()) {
+            std::memcpy(text_.data() + textOffset, value.data(), value.size());
+        }
+        if (!ends_.empty()) {
+            ends_[index] = textOffset + value.size();
+        }
+    }
 
     std::size_t size() const { return count_; }
     bool empty() const { return count_ == 0; }

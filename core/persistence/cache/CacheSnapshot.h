@@ -27,12 +27,9 @@ struct CacheSnapshot {
     std::size_t nodeCount() const { return names.size(); }
 };
 
-// How many entries to reserve for a snapshot of `root`: a guess from its children and
-// grandchildren, 1 for an empty root. An overflowing guess is a fatal error.
-std::int64_t estimatedTreeSize(const FileNode& root);
-
-// Flattens the tree under `root`. A tree of 2^31 nodes or more is a fatal error: parent indices
-// are 32 bits in the format.
+// Flattens the tree under `root`, shared out among the cores by subtrees when it is large. A tree
+// of 2^31 nodes or more is a fatal error: parent indices are 32 bits in the format. No one may
+// change the tree meanwhile.
 CacheSnapshot snapshotForCache(const FileNode& root);
 
 // Makes each folder at least as large as what it holds, from the deepest level up: the tree of

@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <cstring>
 #include <limits>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -113,7 +114,6 @@ TEST(CacheRecord, LoneRootsPathsAndUncompressedRecords) {
     const auto snapshot = snapshotForCache(*lone);
     EXPECT_EQ(snapshot.parents, std::vector<std::int32_t>{-1});
     EXPECT_EQ(snapshot.nodeCount(), 1u);
-    EXPECT_EQ(estimatedTreeSize(*lone), 1);
     auto decoded = decodeCacheNode(*encodeCacheSnapshot(snapshot));
     ASSERT_TRUE(decoded);
     EXPECT_TRUE((*decoded)->children().empty());
@@ -249,14 +249,62 @@ TEST(CacheRecord, LegacyJsonIsReadWithFractionsAndRequiredKeys) {
     EXPECT_EQ((*deepRoot)->subtreeNodeCount(), kDepth);
 }
 
-TEST(CacheRecord, CapacityHint) {
-    using testing::file;
-    using testing::folder;
-    EXPECT_EQ(estimatedTreeSize(*folder("r", {})), 1);
-    // n = 2 children, g = 3 grandchildren: 1 + 2 + 3 + 2*3*max(3/2, 1) = 12.
-    auto root =
-        folder("r", {folder("a", {file("x", 1), file("y", 1)}), folder("b", {file("z", 1)})});
-    EXPECT_EQ(estimatedTreeSize(*root), 12);
+// A tree wide enough to be shared out among the cores, with ids and MIME types on some items and
+// none on others, flattens to what a plain recursive pre-order gives.
+TEST(CacheRecord, ALargeTreeFlattensToThePreOrderWhicheverCoreTakesASubtree) {
+    std::mt19937 random(5);
+    auto root = FileNode::make({.name = "r", .path = "/", .isDirectory = true});
+    std::vector<FileNode*> folders{root.get()};
+    for (int i = 0; i < 20'000; ++i) {
+        const bool isFolder = i < 400 || random() % 6 == 0;
+        const bool cloud = random() % 3 == 0;
+        auto node = FileNode::make(
+            {.name = "n" + std::to_string(i),
+             .path = "p",
+             .isDirectory = isFolder,
+             .size = static_cast<std::int64_t>(random() % 1000),
+             .modifiedDate = random() % 2 == 0 ? std::optional(Date{1.0 * i}) : std::nullopt,
+             .providerID =
+                 cloud ? std::optional<std::string>("id" + std::to_string(i)) : std::nullopt,
+             .mimeType =
+                 cloud && !isFolder ? std::optional<std::string>("text/plain") : std::nullopt});
+        (i < 400 ? root.get() : folders[random() % folders.size()])
+            ->mutableChildren()
+            .push_back(node);
+        if (isFolder) {
+            folders.push_back(node.get());
+        }
+    }
+    // Wide enough that even eight cores get subtrees of their own below the root.
+    EXPECT_GE(std::count_if(root->children().begin(), root->children().end(),
+                            [](const FileNodeRef& child) { return !child->children().empty(); }),
+              8 * 16);
+    CacheSnapshot expected;
+    const auto flatten = [&](const auto& self, const FileNode& node, std::int32_t parent) -> void {
+        const auto index = static_cast<std::int32_t>(expected.names.size());
+        expected.names.push_back(node.name());
+        expected.parents.push_back(parent);
+        expected.isDirs.push_back(node.isDirectory() ? 1 : 0);
+        expected.sizes.push_back(node.size());
+        expected.modTimes.push_back(
+            node.modifiedDate() ? node.modifiedDate()->secondsSinceReferenceDate : 0.0);
+        expected.pids.push_back(node.providerID().value_or(""));
+        expected.mimes.push_back(node.mimeType().value_or(""));
+        for (const auto& child : node.children()) {
+            self(self, *child, index);
+        }
+    };
+    flatten(flatten, *root, -1);
+
+    const CacheSnapshot snapshot = snapshotForCache(*root);
+    EXPECT_EQ(snapshot.names, expected.names);
+    EXPECT_EQ(snapshot.parents, expected.parents);
+    EXPECT_EQ(snapshot.isDirs, expected.isDirs);
+    EXPECT_EQ(snapshot.sizes, expected.sizes);
+    EXPECT_EQ(snapshot.modTimes, expected.modTimes);
+    EXPECT_EQ(snapshot.pids, expected.pids);
+    EXPECT_EQ(snapshot.mimes, expected.mimes);
+    EXPECT_EQ(snapshot.rootName, "r");
 }
 
 } // namespace
